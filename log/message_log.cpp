@@ -1,0 +1,417 @@
+// The message log. Open from msg_initialize to msg_closedown; a writer called while closed returns 0.
+//
+// Formatting, the repeat count and the stream's writes happen under `message_lock`; the levels, the repeat override
+// and the stream are read without it. A line is put together in one buffer, its prefix in front of the text, and
+// written once. Nothing is taken under `message_lock`.
+//
+// The lock lives as long as the process, so that a thread that logs while the log closes finds a closed log and not
+// a freed lock. Its owner is known: a thread that enters the log again while it holds the lock (from a signal
+// handler), and the thread that reports a crash, write past the buffer with a bare write(2).
+
+#include <pthread.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+
+#include "log/log_stamp.h"
+#include "platform/crash.h"
+#include "platform/lock.h"
+#include "vellcore/message_log.h"
+#include "vellcore/threads.h"
+
+namespace vell {
+namespace {
+
+constexpr size_t k_text_bytes = 8192;       // of a formatted text, terminator included
+constexpr size_t k_kept_bytes = 256;        // of a line, for the repeat check
+constexpr size_t k_longest_repeat = 255;    // longer lines are never taken for repeats
+constexpr size_t k_text_start = 32;         // of the text in the line buffer: room for the prefix
+constexpr int32_t k_continuation = 5;       // index of the continuation's name
+constexpr int32_t k_closed = -1;            // threshold and last level of a closed log
+constexpr const char* k_level_names[] = {"ERROR", "WARN ", "INFO ", "DEBUG", "TRACE", "     "};
+constexpr char k_continuation_prefix[] = "                 : ";
+static_assert(sizeof k_continuation_prefix - 1 == k_prefix_bytes);
+
+Mutex message_lock;
+Mutex external_lock;
+
+struct Log {
+    std::atomic<FILE*> stream{nullptr};
+    std::atomic<int> descriptor{-1};          // the stream's, for lines that may not touch the stream
+    std::atomic<int32_t> level{k_closed};     // threshold
+    std::atomic<int32_t> last_level{k_closed};  // of the last entry; decides on continuations
+    std::atomic<bool> write_repeats{false};   // set by msg_repeatdisplayoverride
+    std::atomic<bool> is_open{false};         // there is a buffer
+    std::atomic<pthread_t> owner{};           // who holds message_lock; 0 for nobody
+    std::atomic<pthread_t> external_owner{};  // who holds external_lock
+
+    char* line VELL_GUARDED_BY(message_lock) = nullptr;   // [32 for the prefix | 8192 text]
+    char kept[k_kept_bytes + 2] VELL_GUARDED_BY(message_lock) = {};  // the last line written
+    size_t last_length VELL_GUARDED_BY(message_lock) = 0;   // of the last entry, at most 256
+    int32_t repeats VELL_GUARDED_BY(message_lock) = 0;      // swallowed since the last line written
+    double clock_base = 0;   // process clock when the time of day was read, seconds; 0 = not read yet
+    double day_seconds_base = 0;  // local time of day at clock_base, seconds
+};
+Log state;
+
+/// The log's lock, with its owner on record.
+class VELL_SCOPED_CAPABILITY LogLock {
+public:
+    LogLock() noexcept VELL_ACQUIRE(message_lock) {
+        message_lock.lock();
+        state.owner.store(pthread_self(), std::memory_order_relaxed);
+    }
+    ~LogLock() VELL_RELEASE() {
+        state.owner.store(pthread_t{}, std::memory_order_relaxed);
+        message_lock.unlock();
+    }
+    LogLock(const LogLock&) = delete;
+    LogLock& operator=(const LogLock&) = delete;
+
+private:
+    CancelShield shield_;
+};
+
+/// Gives errno back as it was when the scope began.
+class ErrnoKeeper {
+public:
+    ErrnoKeeper() noexcept : saved_(errno) {}
+    ~ErrnoKeeper() { errno = saved_; }
+    ErrnoKeeper(const ErrnoKeeper&) = delete;
+    ErrnoKeeper& operator=(const ErrnoKeeper&) = delete;
+
+private:
+    int saved_;
+};
+
+/// True where the lock must not simply be waited for.
+bool must_not_wait() noexcept {
+    return is_reporting_crash() || state.owner.load(std::memory_order_relaxed) == pthread_self();
+}
+
+double local_seconds_of_day() noexcept {
+    const time_t now = time(nullptr);
+    tm parts{};
+    localtime_r(&now, &parts);
+    return parts.tm_hour * 3600 + parts.tm_min * 60 + parts.tm_sec;
+}
+
+double advance_day(double clock_base, double day_seconds_base, double now) noexcept {
+    constexpr double k_day = 86400.0;
+    double seconds = (now - clock_base) + day_seconds_base;
+    if (seconds >= k_day) seconds -= static_cast<double>(static_cast<int64_t>(seconds / k_day)) * k_day;
+    return seconds;
+}
+
+/// The time of day that the next stamp shows, seconds.
+double stamp_seconds() noexcept VELL_REQUIRES(message_lock) {
+    const double now = mp_getclock();
+    if (state.clock_base == 0 || state.clock_base > now) {
+        state.day_seconds_base = local_seconds_of_day();
+        state.clock_base = now;
+    }
+    return advance_day(state.clock_base, state.day_seconds_base, now);
+}
+
+void report_repeats(FILE* stream) noexcept VELL_REQUIRES(message_lock) {
+    if (state.repeats == 0) return;
+    // Kept: a count of exactly 1 is dropped without a report.
+    if (state.repeats > 1) std::fprintf(stream, "               # : Repeated %d times\n", state.repeats);
+    state.repeats = 0;
+    state.write_repeats.store(false, std::memory_order_relaxed);
+}
+
+/// Ends the text in a newline and returns its new length. A text that fills the buffer loses its last character.
+size_t end_line(char* text, size_t length) noexcept {
+    if (text[length - 1] == '\n') return length;
+    if (length > k_text_bytes - 2) length = k_text_bytes - 2;
+    text[length] = '\n';
+    text[length + 1] = '\0';
+    return length + 1;
+}
+
+/// Writes the text that was formatted at k_text_start of the line buffer, under the prefix of `level`.
+void write_line(int32_t level, size_t length) noexcept VELL_REQUIRES(message_lock) {
+    if (length == 0) return;
+    char* text = state.line + k_text_start;
+    if (length <= k_longest_repeat && length == state.last_length && std::memcmp(text, state.kept, length) == 0 &&
+        !state.write_repeats.load(std::memory_order_relaxed)) {
+        ++state.repeats;
+        return;
+    }
+    FILE* stream = state.stream.load(std::memory_order_relaxed);
+    report_repeats(stream);
+    const size_t kept_length = std::min(length, k_kept_bytes);
+    const size_t line_length = end_line(text, length);
+    char* line = text - k_prefix_bytes;
+    if (level == k_continuation) {
+        std::memcpy(line, k_continuation_prefix, k_prefix_bytes);
+        // Kept: a continuation leaves the last length alone and keeps the two bytes behind its text as well.
+        std::memcpy(state.kept, text, kept_length + 2);
+    } else {
+        write_stamp(line, stamp_seconds(), k_level_names[level]);
+        std::memcpy(state.kept, text, kept_length);
+        state.last_length = kept_length;
+    }
+    std::fwrite(line, 1, k_prefix_bytes + line_length, stream);
+    std::fflush(stream);
+}
+
+/// Writes a line without the log's buffer and stream: for a thread that is inside the log already, and for the
+/// crash report. A moment's wait keeps the lines of others whole; after it the line goes out all the same.
+void write_line_unbuffered(int32_t level, const char* format, va_list arguments) noexcept VELL_NO_LOCK_CHECK
+    VELL_PRINTF(2, 0);
+void write_line_unbuffered(int32_t level, const char* format, va_list arguments) noexcept {
+    static std::atomic<bool> lock_given_up{false};
+    constexpr size_t k_text = 1024;
+    char line[k_prefix_bytes + k_text + 1];
+    char* text = line + k_prefix_bytes;
+    const int formatted = std::vsnprintf(text, k_text, format, arguments);
+    if (formatted <= 0) return;
+    size_t length = std::min(static_cast<size_t>(formatted), k_text - 1);
+    if (text[length - 1] != '\n') text[length++] = '\n';
+    if (level == k_continuation) {
+        std::memcpy(line, k_continuation_prefix, k_prefix_bytes);
+    } else {
+        // Reading the time zone could wait for a lock that this very thread holds: without a base it is UTC.
+        const double seconds = state.clock_base != 0
+                                   ? advance_day(state.clock_base, state.day_seconds_base, mp_getclock())
+                                   : static_cast<double>(time(nullptr) % 86400);
+        write_stamp(line, seconds, k_level_names[level]);
+    }
+    const bool is_inside = state.owner.load(std::memory_order_relaxed) == pthread_self();
+    const bool is_locked = !is_inside && !lock_given_up.load() && message_lock.lock_within(k_crash_lock_limit_ns);
+    if (!is_inside && !is_locked) lock_given_up.store(true);
+    const int descriptor = state.descriptor.load(std::memory_order_relaxed);
+    if (descriptor >= 0 && write(descriptor, line, k_prefix_bytes + length) < 0) errno = 0;
+    if (is_locked) message_lock.unlock();
+}
+
+/// Formats and writes one line whose level test has passed. @return 1, or 0 when the log closed meanwhile.
+int32_t write_formatted(int32_t level, const char* format, va_list arguments) noexcept VELL_PRINTF(2, 0);
+int32_t write_formatted(int32_t level, const char* format, va_list arguments) noexcept {
+    if (format == nullptr || !state.is_open.load(std::memory_order_relaxed)) return 0;
+    const ErrnoKeeper keep_errno;
+    if (must_not_wait()) {
+        write_line_unbuffered(level, format, arguments);
+        return 1;
+    }
+    const LogLock lock;
+    if (state.line == nullptr) return 0;
+    const int formatted = std::vsnprintf(state.line + k_text_start, k_text_bytes, format, arguments);
+    if (formatted > 0) write_line(level, std::min(static_cast<size_t>(formatted), k_text_bytes - 1));
+    return 1;
+}
+
+int32_t threshold() noexcept { return state.level.load(std::memory_order_relaxed); }
+
+/// The entry writers that move the last level whether or not they write.
+int32_t write_entry(int32_t level, const char* format, va_list arguments) noexcept VELL_PRINTF(2, 0);
+int32_t write_entry(int32_t level, const char* format, va_list arguments) noexcept {
+    state.last_level.store(level, std::memory_order_relaxed);
+    return threshold() >= level ? write_formatted(level, format, arguments) : 0;
+}
+
+/// msg while the threshold is negative: to the standard error stream, without a lock, stamp or repeat check.
+int32_t write_switched_off(int32_t level, const char* format, va_list arguments) noexcept VELL_PRINTF(2, 0);
+int32_t write_switched_off(int32_t level, const char* format, va_list arguments) noexcept {
+    if (format == nullptr || !state.is_open.load(std::memory_order_relaxed)) return 0;
+    const ErrnoKeeper keep_errno;
+    const CancelShield shield;
+    char text[k_text_bytes + 1];
+    const int formatted = std::vsnprintf(text, k_text_bytes, format, arguments);
+    const size_t length = std::min(static_cast<size_t>(std::max(formatted, 0)), k_text_bytes - 1);
+    const bool ends_line = length > 0 && text[length - 1] == '\n';
+    const auto name = std::min(static_cast<uint32_t>(level), static_cast<uint32_t>(k_continuation));
+    std::fprintf(stderr, "##:##:##.## %s: %.*s%s", k_level_names[name], static_cast<int>(length), text,
+                 ends_line ? "" : "\n");
+    return 1;
+}
+
+/// "text : 'the system's text for errno'" as an error entry, whatever the threshold and without moving the last level.
+int32_t write_os_error(const char* format, ...) noexcept VELL_PRINTF(1, 2);
+int32_t write_os_error(const char* format, ...) noexcept {
+    va_list arguments;
+    va_start(arguments, format);
+    const int32_t result = write_formatted(MSG_ERROR, format, arguments);
+    va_end(arguments);
+    return result;
+}
+
+}  // namespace
+}  // namespace vell
+
+using vell::state;
+
+char* msg_initialize(FILE* stream) noexcept {
+    const vell::LogLock lock;
+    if (state.line == nullptr) state.line = static_cast<char*>(std::malloc(vell::k_text_start + vell::k_text_bytes));
+    if (state.line != nullptr) std::memset(state.line, 0, vell::k_text_start + vell::k_text_bytes);
+    std::memset(state.kept, 0, sizeof state.kept);
+    FILE* target = stream != nullptr ? stream : stderr;
+    state.stream.store(target, std::memory_order_relaxed);
+    state.descriptor.store(fileno(target), std::memory_order_relaxed);
+    state.last_level.store(vell::k_closed, std::memory_order_relaxed);
+    state.level.store(stream != nullptr ? MSG_INFO : MSG_WARN, std::memory_order_relaxed);
+    state.repeats = 0;
+    state.clock_base = state.day_seconds_base = 0;
+    state.is_open.store(state.line != nullptr, std::memory_order_relaxed);
+    return state.line != nullptr ? state.line + vell::k_text_start : nullptr;
+}
+
+void msg_closedown() noexcept {
+    const vell::LogLock lock;
+    state.is_open.store(false, std::memory_order_relaxed);
+    std::free(state.line);
+    state.line = nullptr;
+    state.stream.store(nullptr, std::memory_order_relaxed);
+    state.descriptor.store(-1, std::memory_order_relaxed);
+    state.level.store(vell::k_closed, std::memory_order_relaxed);
+}
+
+void msg_setlevel(int32_t level) noexcept {
+    if (state.is_open.load(std::memory_order_relaxed)) state.level.store(level, std::memory_order_relaxed);
+}
+
+int32_t msg_getlevel() noexcept { return vell::threshold(); }
+
+FILE* msg_get_file() noexcept { return state.stream.load(std::memory_order_relaxed); }
+
+void msg_set_lock() noexcept {
+    if (!state.is_open.load(std::memory_order_relaxed)) return;
+    vell::external_lock.lock();
+    state.external_owner.store(pthread_self(), std::memory_order_relaxed);
+}
+
+// Released by its owner even when the log was closed meanwhile, so that a later log does not start with a lost lock.
+void msg_release_lock() noexcept {
+    if (state.external_owner.load(std::memory_order_relaxed) != pthread_self()) return;
+    state.external_owner.store(pthread_t{}, std::memory_order_relaxed);
+    vell::external_lock.unlock();
+}
+
+int32_t msglist(const char* text) noexcept {
+    if (text == nullptr || !state.is_open.load(std::memory_order_relaxed) || vell::must_not_wait()) return 0;
+    const vell::ErrnoKeeper keep_errno;
+    const vell::LogLock lock;
+    FILE* stream = state.stream.load(std::memory_order_relaxed);
+    if (stream == nullptr) return 0;
+    std::fprintf(stream, "%s\n", text);
+    return 1;
+}
+
+void msg_repeatdisplayoverride() noexcept { state.write_repeats.store(true, std::memory_order_relaxed); }
+
+int32_t vmsgerror(const char* format, va_list arguments) noexcept {
+    return vell::write_entry(MSG_ERROR, format, arguments);
+}
+
+int32_t vmsgwarn(const char* format, va_list arguments) noexcept {
+    return vell::write_entry(MSG_WARN, format, arguments);
+}
+
+int32_t vmsginfo(const char* format, va_list arguments) noexcept {
+    return vell::write_entry(MSG_INFO, format, arguments);
+}
+
+int32_t vmsgdebug(const char* format, va_list arguments) noexcept {
+    // Kept: a filtered debug entry leaves the last level alone, so its continuations follow the entry before it.
+    return vell::threshold() >= MSG_DEBUG ? vell::write_entry(MSG_DEBUG, format, arguments) : 0;
+}
+
+int32_t vmsgcont(const char* format, va_list arguments) noexcept {
+    const int32_t last = state.last_level.load(std::memory_order_relaxed);
+    return last >= 0 && last <= vell::threshold() ? vell::write_formatted(vell::k_continuation, format, arguments) : 0;
+}
+
+int32_t msg(int32_t level, const char* format, ...) noexcept {
+    if (level <= MSG_DEBUG) state.last_level.store(level, std::memory_order_relaxed);
+    const int32_t threshold = vell::threshold();
+    const int32_t named = std::min<int32_t>(level, MSG_TRACE);
+    if (threshold >= 0 && (level < 0 || named > threshold)) return 0;
+    va_list arguments;
+    va_start(arguments, format);
+    const int32_t result = threshold < 0 ? vell::write_switched_off(level, format, arguments)
+                                         : vell::write_formatted(named, format, arguments);
+    va_end(arguments);
+    return result;
+}
+
+int32_t msgerror(const char* format, ...) noexcept {
+    va_list arguments;
+    va_start(arguments, format);
+    const int32_t result = vmsgerror(format, arguments);
+    va_end(arguments);
+    return result;
+}
+
+int32_t msgwarn(const char* format, ...) noexcept {
+    va_list arguments;
+    va_start(arguments, format);
+    const int32_t result = vmsgwarn(format, arguments);
+    va_end(arguments);
+    return result;
+}
+
+int32_t msginfo(const char* format, ...) noexcept {
+    va_list arguments;
+    va_start(arguments, format);
+    const int32_t result = vmsginfo(format, arguments);
+    va_end(arguments);
+    return result;
+}
+
+int32_t msgdebug(const char* format, ...) noexcept {
+    va_list arguments;
+    va_start(arguments, format);
+    const int32_t result = vmsgdebug(format, arguments);
+    va_end(arguments);
+    return result;
+}
+
+int32_t msg_trace(const char* format, ...) noexcept {
+    if (vell::threshold() < MSG_TRACE) return 0;
+    va_list arguments;
+    va_start(arguments, format);
+    const int32_t result = vell::write_formatted(MSG_TRACE, format, arguments);
+    va_end(arguments);
+    return result;
+}
+
+int32_t msgcont(const char* format, ...) noexcept {
+    va_list arguments;
+    va_start(arguments, format);
+    const int32_t result = vmsgcont(format, arguments);
+    va_end(arguments);
+    return result;
+}
+
+char* os_errormsg() noexcept {
+    const int error = errno;
+    thread_local char text[256];
+    text[0] = '\0';
+    char system_text[256];
+    const char* found = strerror_r(error, system_text, sizeof system_text);
+    if (found != nullptr) {
+        std::strncpy(text, found, sizeof text - 1);
+        text[sizeof text - 1] = '\0';
+    }
+    errno = error;
+    return text;
+}
+
+int32_t msg_os_error(const char* text) noexcept {
+    const char* system_text = os_errormsg();
+    if (vell::threshold() < MSG_ERROR) return 0;
+    return vell::write_os_error("%s : '%s'", text != nullptr ? text : "", system_text);
+}
+
+int32_t msg_os_error(const char* text, int32_t error_number) noexcept {
+    if (error_number == 0) return 0;
+    return vell::write_os_error("%s : '%s'", text != nullptr ? text : "", os_errormsg());
+}

@@ -1,0 +1,35 @@
+// Waits with a limit. Both measure against the monotonic clock, so that setting the wall clock neither shortens
+// nor lengthens them.
+
+#include <ctime>
+
+#include "platform/lock.h"
+
+namespace vell {
+namespace {
+
+constexpr int64_t k_ns_per_second = 1'000'000'000;
+
+timespec deadline_after(int64_t limit_ns) noexcept {
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    const int64_t ns = now.tv_nsec + limit_ns % k_ns_per_second;
+    timespec deadline{};
+    deadline.tv_sec = now.tv_sec + static_cast<time_t>(limit_ns / k_ns_per_second + ns / k_ns_per_second);
+    deadline.tv_nsec = static_cast<long>(ns % k_ns_per_second);
+    return deadline;
+}
+
+}  // namespace
+
+bool Mutex::lock_within(int64_t limit_ns) noexcept {
+    const timespec deadline = deadline_after(limit_ns);
+    return pthread_mutex_clocklock(&native_, CLOCK_MONOTONIC, &deadline) == 0;
+}
+
+bool Condition::wait_for(Mutex& mutex, int64_t limit_ns) noexcept {
+    const timespec deadline = deadline_after(limit_ns);
+    return pthread_cond_clockwait(&native_, mutex.native(), CLOCK_MONOTONIC, &deadline) == 0;
+}
+
+}  // namespace vell
