@@ -26,7 +26,7 @@ public:
     /// Room for at least `initial_capacity` elements; none for 0. When memory is short an error line is written and
     /// the vector has a capacity of 0.
     explicit vl_vector(uint32_t initial_capacity) noexcept { reserve_initial(initial_capacity); }
-    constexpr virtual ~vl_vector() { std::free(data_); }
+    virtual ~vl_vector() { std::free(data_); }
     vl_vector(const vl_vector&) = delete;
     vl_vector& operator=(const vl_vector&) = delete;
 
@@ -67,13 +67,14 @@ public:
     [[nodiscard]] T* end() noexcept { return end_; }
 
 private:
-    static constexpr uint32_t k_smallest = 16;       // elements
+    static constexpr uint32_t k_smallest = 16;         // elements
     static constexpr uint32_t k_doubling_ends = 1024;  // elements
-    static constexpr uint32_t k_step = 128;          // elements
+    static constexpr uint32_t k_step = 128;            // elements
 
     static constexpr uint32_t doubled_until(uint32_t capacity, uint32_t needed) noexcept {
         if (capacity < k_smallest) capacity = k_smallest;
-        while (capacity < needed) capacity *= 2;
+        while (capacity < needed)
+            capacity *= 2;
         return capacity;
     }
 
