@@ -27,12 +27,12 @@
 namespace vell {
 namespace {
 
-constexpr size_t k_text_bytes = 8192;       // of a formatted text, terminator included
-constexpr size_t k_kept_bytes = 256;        // of a line, for the repeat check
-constexpr size_t k_longest_repeat = 255;    // longer lines are never taken for repeats
-constexpr size_t k_text_start = 32;         // of the text in the line buffer: room for the prefix
-constexpr int32_t k_continuation = 5;       // index of the continuation's name
-constexpr int32_t k_closed = -1;            // threshold and last level of a closed log
+constexpr size_t k_text_bytes = 8192;     // of a formatted text, terminator included
+constexpr size_t k_kept_bytes = 256;      // of a line, for the repeat check
+constexpr size_t k_longest_repeat = 255;  // longer lines are never taken for repeats
+constexpr size_t k_text_start = 32;       // of the text in the line buffer: room for the prefix
+constexpr int32_t k_continuation = 5;     // index of the continuation's name
+constexpr int32_t k_closed = -1;          // threshold and last level of a closed log
 constexpr const char* k_level_names[] = {"ERROR", "WARN ", "INFO ", "DEBUG", "TRACE", "     "};
 constexpr char k_continuation_prefix[] = "                 : ";
 static_assert(sizeof k_continuation_prefix - 1 == k_prefix_bytes);
@@ -42,19 +42,19 @@ Mutex external_lock;
 
 struct Log {
     std::atomic<FILE*> stream{nullptr};
-    std::atomic<int> descriptor{-1};          // the stream's, for lines that may not touch the stream
-    std::atomic<int32_t> level{k_closed};     // threshold
+    std::atomic<int> descriptor{-1};            // the stream's, for lines that may not touch the stream
+    std::atomic<int32_t> level{k_closed};       // threshold
     std::atomic<int32_t> last_level{k_closed};  // of the last entry; decides on continuations
-    std::atomic<bool> write_repeats{false};   // set by msg_repeatdisplayoverride
-    std::atomic<bool> is_open{false};         // there is a buffer
-    std::atomic<pthread_t> owner{};           // who holds message_lock; 0 for nobody
-    std::atomic<pthread_t> external_owner{};  // who holds external_lock
+    std::atomic<bool> write_repeats{false};     // set by msg_repeatdisplayoverride
+    std::atomic<bool> is_open{false};           // there is a buffer
+    std::atomic<pthread_t> owner{};             // who holds message_lock; 0 for nobody
+    std::atomic<pthread_t> external_owner{};    // who holds external_lock
 
-    char* line VELL_GUARDED_BY(message_lock) = nullptr;   // [32 for the prefix | 8192 text]
+    char* line VELL_GUARDED_BY(message_lock) = nullptr;              // [32 for the prefix | 8192 text]
     char kept[k_kept_bytes + 2] VELL_GUARDED_BY(message_lock) = {};  // the last line written
-    size_t last_length VELL_GUARDED_BY(message_lock) = 0;   // of the last entry, at most 256
-    int32_t repeats VELL_GUARDED_BY(message_lock) = 0;      // swallowed since the last line written
-    double clock_base = 0;   // process clock when the time of day was read, seconds; 0 = not read yet
+    size_t last_length VELL_GUARDED_BY(message_lock) = 0;            // of the last entry, at most 256
+    int32_t repeats VELL_GUARDED_BY(message_lock) = 0;               // swallowed since the last line written
+    double clock_base = 0;        // process clock when the time of day was read, seconds; 0 = not read yet
     double day_seconds_base = 0;  // local time of day at clock_base, seconds
 };
 Log state;
@@ -208,7 +208,9 @@ int32_t write_formatted(int32_t level, const char* format, va_list arguments) no
     return 1;
 }
 
-int32_t threshold() noexcept { return state.level.load(std::memory_order_relaxed); }
+int32_t threshold() noexcept {
+    return state.level.load(std::memory_order_relaxed);
+}
 
 /// The entry writers that move the last level whether or not they write.
 int32_t write_entry(int32_t level, const char* format, va_list arguments) noexcept VELL_PRINTF(2, 0);
@@ -278,9 +280,13 @@ void msg_setlevel(int32_t level) noexcept {
     if (state.is_open.load(std::memory_order_relaxed)) state.level.store(level, std::memory_order_relaxed);
 }
 
-int32_t msg_getlevel() noexcept { return vell::threshold(); }
+int32_t msg_getlevel() noexcept {
+    return vell::threshold();
+}
 
-FILE* msg_get_file() noexcept { return state.stream.load(std::memory_order_relaxed); }
+FILE* msg_get_file() noexcept {
+    return state.stream.load(std::memory_order_relaxed);
+}
 
 void msg_set_lock() noexcept {
     if (!state.is_open.load(std::memory_order_relaxed)) return;
@@ -305,7 +311,9 @@ int32_t msglist(const char* text) noexcept {
     return 1;
 }
 
-void msg_repeatdisplayoverride() noexcept { state.write_repeats.store(true, std::memory_order_relaxed); }
+void msg_repeatdisplayoverride() noexcept {
+    state.write_repeats.store(true, std::memory_order_relaxed);
+}
 
 int32_t vmsgerror(const char* format, va_list arguments) noexcept {
     return vell::write_entry(MSG_ERROR, format, arguments);

@@ -55,10 +55,13 @@ void install_fatal_handlers(void (*handler)(int)) noexcept {
     action.sa_handler = handler;
     action.sa_flags = SA_ONSTACK;
     sigemptyset(&action.sa_mask);
-    for (const int signal_number : k_fatal_signals) sigaction(signal_number, &action, nullptr);
+    for (const int signal_number : k_fatal_signals)
+        sigaction(signal_number, &action, nullptr);
 }
 
-void restore_default_action(int signal_number) noexcept { signal(signal_number, SIG_DFL); }
+void restore_default_action(int signal_number) noexcept {
+    signal(signal_number, SIG_DFL);
+}
 
 void ensure_alternate_stack() noexcept {
     stack_t present{};
