@@ -33,9 +33,9 @@ VELL_API int32_t smp_initialize(int32_t requested) noexcept;
 ///
 /// Without a pool (one processor) the function runs once on the caller. From inside a share, and after
 /// smp_closedown, the caller runs all shares in turn.
-/// @thread  any number at once. Waits for the shares, and for room in the queue.
+/// @thread  any number at once. Waits for the shares, and for room in the queue. Not cancellable while it waits.
 VELL_API void smp_exec(smp_function function, void* a1 = nullptr, void* a2 = nullptr, void* a3 = nullptr,
-                       void* a4 = nullptr, void* a5 = nullptr, void* a6 = nullptr) noexcept;
+                       void* a4 = nullptr, void* a5 = nullptr, void* a6 = nullptr);
 
 /// The number of the share that the calling thread runs; -1 in a pool thread between shares; 0 in any other thread.
 [[nodiscard]] VELL_API int32_t smp_id() noexcept;

@@ -1,0 +1,16 @@
+// Where the memory folder gets its memory from.
+#pragma once
+
+#include <cstddef>
+
+namespace vell {
+
+/// The system's allocator as the memory folder calls it. A test can put refusals in its place.
+struct RawMemory {
+    void* (*allocate)(size_t bytes);
+    void* (*allocate_zeroed)(size_t bytes);
+    void (*release)(void* block);
+};
+extern RawMemory raw_memory;
+
+}  // namespace vell
