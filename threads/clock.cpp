@@ -35,9 +35,13 @@ double mp_getclock() noexcept {
     return now - clock_origin.load(std::memory_order_relaxed);
 }
 
-double mp_getclockfrequency() noexcept { return 1000.0; }
+double mp_getclockfrequency() noexcept {
+    return 1000.0;
+}
 
-void mp_yield() noexcept { sched_yield(); }
+void mp_yield() noexcept {
+    sched_yield();
+}
 
 int32_t mp_timedwait(int64_t nanoseconds) {
     const int64_t microseconds = nanoseconds / 1000;
@@ -49,11 +53,17 @@ int32_t mp_timedwait(int64_t nanoseconds) {
     return 0;
 }
 
-int32_t mp_timer_initialize() noexcept { return 1; }
-bool mp_scheduler_initialize() noexcept { return true; }
+int32_t mp_timer_initialize() noexcept {
+    return 1;
+}
+bool mp_scheduler_initialize() noexcept {
+    return true;
+}
 void mp_scheduler_closedown() noexcept {}
 void mp_schedule_ndpi() noexcept {}
 void mp_schedule_highest() noexcept {}
 void mp_schedule_high() noexcept {}
 void mp_schedule_low() noexcept {}
-int32_t mp_set_thread_affinity(int32_t, uint64_t) noexcept { return 0; }
+int32_t mp_set_thread_affinity(int32_t, uint64_t) noexcept {
+    return 0;
+}

@@ -81,7 +81,9 @@ __cond_str* mp_new_cond_block() noexcept {
 }
 
 // Kept: the condition is freed without being destroyed, which would wait for waiters that are still on their way out.
-void mp_delete_cond_block(__cond_str* condition) noexcept { delete condition; }
+void mp_delete_cond_block(__cond_str* condition) noexcept {
+    delete condition;
+}
 
 int32_t mp_cond_signal(__cond_str* condition) noexcept {
     return condition == nullptr ? EINVAL : pthread_cond_signal(&condition->native);
