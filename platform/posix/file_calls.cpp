@@ -1,0 +1,51 @@
+// The table of file calls, filled with the system's own.
+
+#include "platform/posix/file_calls.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+#include <cstdio>
+
+namespace vell {
+namespace {
+
+int open_with_mode(const char* path, int flags, mode_t mode) noexcept {
+    return open(path, flags, mode);
+}
+int status_of(int descriptor, struct stat* facts) noexcept {
+    return fstat(descriptor, facts);
+}
+int32_t unchanged(int32_t result) noexcept {
+    return result;
+}
+
+constexpr FileCalls own_calls() noexcept {
+    FileCalls calls{};
+    calls.open = open_with_mode;
+    calls.close = close;
+    calls.flock = flock;
+    calls.fstat = status_of;
+    calls.pread = pread;
+    calls.pwrite = pwrite;
+    calls.pread_flags = system_pread_flags;
+    calls.pwrite_flags = system_pwrite_flags;
+    calls.ring_result = unchanged;
+    calls.fsync = fsync;
+    calls.ftruncate = ftruncate;
+    calls.rename = rename;
+    calls.unlink = unlink;
+    calls.mkdir = mkdir;
+    calls.rmdir = rmdir;
+    calls.spawn = posix_spawnp;
+    calls.create_thread = pthread_create;
+    return calls;
+}
+
+}  // namespace
+
+constinit FileCalls file_calls = own_calls();
+constinit const FileCalls system_file_calls = own_calls();
+
+}  // namespace vell
