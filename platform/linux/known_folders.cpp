@@ -1,0 +1,56 @@
+// The XDG base directories and the locale variables of the environment.
+
+#include "platform/known_folders.h"
+
+#include <pwd.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <initializer_list>
+
+namespace vell {
+namespace {
+
+bool join(char* path, size_t capacity, const char* folder, const char* rest) noexcept {
+    const int length = std::snprintf(path, capacity, "%s%s", folder, rest);
+    if (length <= 0 || static_cast<size_t>(length) >= capacity) return false;
+    for (size_t end = static_cast<size_t>(length); end > 1 && path[end - 1] == '/';)
+        path[--end] = '\0';
+    return true;
+}
+
+/// The variable's value when it is an absolute path: the base directories must not be relative.
+const char* absolute_folder(const char* variable) noexcept {
+    const char* value = std::getenv(variable);
+    return value != nullptr && value[0] == '/' ? value : nullptr;
+}
+
+}  // namespace
+
+bool application_support_folder(char* path, size_t capacity) noexcept {
+    if (const char* folder = absolute_folder("XDG_DATA_HOME")) return join(path, capacity, folder, "");
+    if (const char* home = absolute_folder("HOME")) return join(path, capacity, home, "/.local/share");
+    char text[4096];
+    passwd entry{};
+    passwd* found = nullptr;
+    if (getpwuid_r(getuid(), &entry, text, sizeof text, &found) != 0 || found == nullptr) return false;
+    return found->pw_dir != nullptr && found->pw_dir[0] == '/' && join(path, capacity, found->pw_dir, "/.local/share");
+}
+
+bool user_locale(char* identifier, size_t capacity) noexcept {
+    for (const char* variable : {"LC_ALL", "LC_MESSAGES", "LANG"}) {
+        const char* value = std::getenv(variable);
+        if (value == nullptr || *value == '\0') continue;
+        // "de_AT.UTF-8@euro": the encoding and the variant are not part of the identifier.
+        const size_t length = strcspn(value, ".@");
+        if (length == 0 || length >= capacity) return false;
+        std::memcpy(identifier, value, length);
+        identifier[length] = '\0';
+        return std::strcmp(identifier, "C") != 0 && std::strcmp(identifier, "POSIX") != 0;
+    }
+    return false;
+}
+
+}  // namespace vell

@@ -1,0 +1,61 @@
+// Desktop services: folders and the locale.
+
+#include "vellcore/desktop_shell.h"
+
+#include <cstdlib>
+#include <cstring>
+
+namespace {
+
+TEST(DesktopShell, HandsOutAPool) {
+    void* pool = vl_create_autorelease_pool();
+    EXPECT_NE(pool, nullptr);
+    vl_release_autorelease_pool(pool);
+    vl_release_autorelease_pool(nullptr);
+    cocoa_release_autorelease_pool(cocoa_create_autorelease_pool());
+}
+
+TEST(DesktopShell, FindsTheFolderForApplicationData) {
+    setenv("HOME", "/home/u/", 1);
+    const struct {
+        const char* data_home;
+        const char* expected;
+    } cases[] = {
+        {"/data//", "/data"}, {"relative", "/home/u//.local/share"}, {"", "/home/u//.local/share"}, {"/", "/"}};
+    for (const auto& c : cases) {
+        setenv("XDG_DATA_HOME", c.data_home, 1);
+        char path[64];
+        EXPECT_TRUE(cocoa_application_support_path(path, sizeof path)) << c.data_home;
+        EXPECT_STREQ(path, c.expected);
+    }
+    unsetenv("XDG_DATA_HOME");
+    unsetenv("HOME");
+    char path[4096];
+    EXPECT_TRUE(cocoa_application_support_path(path, sizeof path));
+    EXPECT_EQ(path[0], '/');
+    char cut[4] = {'x', 'x', 'x', 'x'};
+    EXPECT_TRUE(cocoa_application_support_path(cut, 3));
+    EXPECT_EQ(strlen(cut), 2u);
+    EXPECT_EQ(cut[3], 'x');
+    EXPECT_FALSE(cocoa_application_support_path(cut, 0));
+    EXPECT_FALSE(cocoa_application_support_path(cut, -1));
+    EXPECT_FALSE(cocoa_application_support_path(nullptr, 4));
+}
+
+TEST(DesktopShell, KnowsTheUsersLocale) {
+    const struct {
+        const char *all, *messages, *lang, *expected;
+    } cases[] = {
+        {"", "", "C.UTF-8", "en_US"},         {"", "", "de_AT.UTF-8@euro", "de_AT"},
+        {"", "fr_FR", "de_AT", "fr_FR"},      {"pt_BR.UTF-8", "fr_FR", "de_AT", "pt_BR"},
+        {"POSIX", "fr_FR", "de_AT", "pt_BR"}, {"", "", "", "pt_BR"},
+    };
+    for (const auto& c : cases) {
+        setenv("LC_ALL", c.all, 1);
+        setenv("LC_MESSAGES", c.messages, 1);
+        setenv("LANG", c.lang, 1);
+        EXPECT_STREQ(cocoa_user_locale(), c.expected);
+    }
+}
+
+}  // namespace
