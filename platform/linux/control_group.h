@@ -14,4 +14,7 @@ inline constexpr uint64_t k_no_limit = UINT64_MAX;
 /// @param membership  the text of /proc/self/cgroup.
 [[nodiscard]] uint64_t control_group_memory_limit(const char* root, const char* membership) noexcept;
 
+/// The processor time that it allows, the smallest on the way up, in thousandths of one processor.
+[[nodiscard]] uint64_t control_group_processor_limit(const char* root, const char* membership) noexcept;
+
 }  // namespace vell

@@ -42,6 +42,26 @@ TEST(ControlGroup, TakesTheSmallestLimitOnTheWayUp) {
     }
 }
 
+TEST(ControlGroup, TellsTheProcessorTimeItAllows) {
+    const TemporaryFolder root;
+    root.write("a/cpu.max", "max 100000\n");
+    root.write("a/b/cpu.max", "250000 100000\n");
+    root.write("cpu/cpu.cfs_quota_us", "-1\n");
+    root.write("cpu/cpu.cfs_period_us", "100000\n");
+    root.write("cpu/x/cpu.cfs_quota_us", "50000\n");
+    root.write("cpu/x/cpu.cfs_period_us", "100000\n");
+    const LimitCase cases[] = {
+        {"no quota", "0::/a\n", vell::k_no_limit},
+        {"two and a half", "0::/a/b\n", 2500},
+        {"half of one", "1:cpu,cpuacct:/x/y\n", 500},
+        {"root group", "1:cpu:/\n", vell::k_no_limit},
+        {"not this controller", "1:cpuset:/x\n", vell::k_no_limit},
+    };
+    for (const LimitCase& row : cases) {
+        EXPECT_EQ(vell::control_group_processor_limit(root.path().c_str(), row.membership), row.limit) << row.label;
+    }
+}
+
 TEST(MemorySize, IsAtMostThePhysicalMemory) {
     const auto physical = static_cast<uint64_t>(sysconf(_SC_PHYS_PAGES)) * static_cast<uint64_t>(sysconf(_SC_PAGESIZE));
     EXPECT_GT(vell::physical_memory_bytes(), uint64_t{16} << 20);
