@@ -1,0 +1,55 @@
+// The heap behind an _mheap, and its lock.
+#pragma once
+
+#include <atomic>
+
+#include "memory/heap_core.h"
+#include "platform/lock.h"
+#include "vellcore/lockable_heap.h"
+
+namespace vell {
+
+inline constexpr int64_t k_wait_slice_ns = 100'000'000;  // longest wait for an unlock before the next search
+inline constexpr int64_t k_no_limit = -1;
+
+/// What mheap_initialize makes. The fields that calls without the lock read (the inherited total_size, end and base)
+/// change in mheap_resize only and are then read and written as atomics.
+struct Heap : _mheap {
+    HeapCore core VELL_GUARDED_BY(mutex);
+    std::atomic<bool> is_closed{false};  // by corruption: the mutex stays held for ever
+    Heap* next_closed = nullptr;         // in the list of destroyed heaps whose record stays
+    // Shortened by tests that count rounds.
+    int64_t wait_ns = k_wait_slice_ns;
+    int64_t compacting_rounds = k_no_limit;  // searches of a compacting heap before it gives up
+};
+
+inline Heap& as_heap(_mheap* heap) noexcept {
+    return *static_cast<Heap*>(heap);
+}
+
+/// Holds a heap's mutex to the end of the scope, shielded from cancellation.
+class VELL_SCOPED_CAPABILITY HeapLock {
+public:
+    explicit HeapLock(Heap& heap) noexcept VELL_ACQUIRE(heap.mutex) : heap_(heap) { mp_get_mutex(heap.mutex); }
+    ~HeapLock() VELL_RELEASE() VELL_NO_LOCK_CHECK {
+        if (!heap_.is_closed.load(std::memory_order_relaxed)) mp_release_mutex(heap_.mutex);
+    }
+    HeapLock(const HeapLock&) = delete;
+    HeapLock& operator=(const HeapLock&) = delete;
+
+private:
+    CancelShield shield_;
+    Heap& heap_;
+};
+
+/// For a header found overwritten by an operation that fails without closing the heap: the error line, and signal 11.
+void report_overwritten(const Heap& heap) noexcept;
+
+/// After every change in checked builds: report_overwritten when the index and the headers of a heap that is small
+/// enough to look at contradict each other.
+void check_heap(const Heap& heap) noexcept VELL_REQUIRES(heap.mutex);
+
+/// The read-only walk behind check_heap: every header and the index, compared with each other.
+[[nodiscard]] bool heap_is_consistent(const HeapCore& core) noexcept;
+
+}  // namespace vell
