@@ -6,6 +6,7 @@
 #include <sys/file.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
 
 namespace vell {
@@ -47,5 +48,15 @@ constexpr FileCalls own_calls() noexcept {
 
 constinit FileCalls file_calls = own_calls();
 constinit const FileCalls system_file_calls = own_calls();
+
+int open_above_streams(const char* path, int flags, mode_t mode) noexcept {
+    const int descriptor = file_calls.open(path, flags | O_CLOEXEC, mode);
+    if (descriptor < 0 || descriptor > STDERR_FILENO) return descriptor;
+    const int moved = fcntl(descriptor, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+    const int error = errno;
+    file_calls.close(descriptor);
+    errno = error;
+    return moved;
+}
 
 }  // namespace vell

@@ -46,6 +46,10 @@ extern FileCalls file_calls;
 /// The system's own calls, for a test to call through and to put back.
 extern const FileCalls system_file_calls;
 
+/// Opens a file above the standard streams' numbers: a process that closed its standard input would otherwise get
+/// descriptor 0, which callers take for a failure. Close-on-exec is added. A descriptor, or -1 and errno.
+int open_above_streams(const char* path, int flags, mode_t mode) noexcept;
+
 // What the system's folder provides for the table.
 ssize_t system_pread_flags(int descriptor, void* buffer, size_t bytes, off_t offset, int flags) noexcept;
 ssize_t system_pwrite_flags(int descriptor, const void* buffer, size_t bytes, off_t offset, int flags) noexcept;

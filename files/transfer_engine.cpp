@@ -1,0 +1,354 @@
+// The life of a transfer: started, held back behind an earlier one or handed to a back end, over, collected.
+//
+// All states change under engine_lock; the back ends' locks are taken under it. A transfer has one reference of its
+// owner's and one of the lists', and is freed with the last.
+
+#include "files/transfer_engine.h"
+
+#include <pthread.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <new>
+
+#include "files/transfer_lists.h"
+#include "platform/posix/file_calls.h"
+#include "platform/uncached_io.h"
+
+namespace vell {
+namespace {
+
+Condition transfer_over;
+int waiting_threads VELL_GUARDED_BY(engine_lock) = 0;
+
+void wait_for_change() noexcept VELL_REQUIRES(engine_lock) {
+    ++waiting_threads;
+    transfer_over.wait(engine_lock);
+    --waiting_threads;
+}
+
+void drop_reference(Transfer& transfer) noexcept VELL_REQUIRES(engine_lock) {
+    if (--transfer.references == 0) delete &transfer;
+}
+
+void hand_over(Transfer& transfer) noexcept VELL_REQUIRES(engine_lock) {
+    const bool is_taken = transfer.backend->submit(transfer) == 0;
+    transfer.state = is_taken ? TransferState::handed_over : TransferState::unattended;
+}
+
+/// Hands over what waited for an earlier transfer of the descriptor and need not any more.
+void release_held(int descriptor) noexcept VELL_REQUIRES(engine_lock) {
+    for (Transfer* each = list_of(descriptor).first; each != nullptr; each = each->later) {
+        if (each->descriptor != descriptor || each->state != TransferState::held || must_wait(*each)) continue;
+        // One that runs in its caller is woken below and looks for itself.
+        if (!each->is_on_stack) hand_over(*each);
+    }
+}
+
+void finish(Transfer& transfer) noexcept VELL_REQUIRES(engine_lock) {
+    const int descriptor = transfer.descriptor;
+    transfer.state = TransferState::over;
+    unlink(transfer);
+    release_held(descriptor);
+    if (waiting_threads != 0) transfer_over.broadcast();
+    if (!transfer.is_on_stack) drop_reference(transfer);
+}
+
+void finish_called_off(Transfer& transfer) noexcept VELL_REQUIRES(engine_lock) {
+    transfer.error = ECANCELED;
+    transfer.is_over = true;
+    finish(transfer);
+}
+
+/// What the back ends call at the end of a job.
+void job_ended(TransferJob& job) {
+    const ScopedLock lock(engine_lock);
+    finish(static_cast<Transfer&>(job));
+}
+
+/// Takes the transfer out of other hands when it was not begun.
+bool take_back(Transfer& transfer) noexcept VELL_REQUIRES(engine_lock) {
+    switch (transfer.state) {
+        case TransferState::held:
+        case TransferState::unattended:
+            return !transfer.is_on_stack;
+        case TransferState::handed_over:
+            return transfer.backend->withdraw(transfer);
+        case TransferState::in_caller:
+        case TransferState::over:
+            break;
+    }
+    return false;
+}
+
+/// Takes over a transfer that nobody works on, so that the caller does not wait for a thread that has others to serve.
+bool take_for_caller(Transfer& transfer) noexcept VELL_REQUIRES(engine_lock) {
+    const bool is_free = transfer.state == TransferState::unattended ||
+                         (transfer.state == TransferState::handed_over && !transfer.is_stream);
+    if (!is_free || !take_back(transfer)) return false;
+    transfer.state = TransferState::in_caller;
+    return true;
+}
+
+void carry_out(Transfer& transfer) noexcept {
+    run_job(transfer);
+    const ScopedLock lock(engine_lock);
+    finish(transfer);
+}
+
+// --- fork -------------------------------------------------------------------------------------------------------
+
+void before_fork() VELL_NO_LOCK_CHECK {
+    engine_lock.lock();
+    preferred_backend().before_fork();
+    streams_backend.before_fork();
+}
+
+void after_fork_in_parent() VELL_NO_LOCK_CHECK {
+    streams_backend.after_fork_in_parent();
+    preferred_backend().after_fork_in_parent();
+    engine_lock.unlock();
+}
+
+/// Leaves in the child's lists the reads that can be done again; calls off the rest.
+void adopt_transfer(Transfer& transfer) noexcept VELL_REQUIRES(engine_lock) {
+    if (transfer.is_on_stack) {  // of a thread that the child does not have
+        unlink(transfer);
+    } else if (transfer.is_write || transfer.is_stream) {
+        transfer.error = ECANCELED;
+        transfer.is_over = true;
+        transfer.state = TransferState::over;
+        unlink(transfer);
+        drop_reference(transfer);
+    } else {
+        transfer.moved = 0;
+        transfer.error = 0;
+        transfer.is_over = false;
+        transfer.state = TransferState::unattended;
+    }
+}
+
+void after_fork_in_child() VELL_NO_LOCK_CHECK {
+    preferred_backend().after_fork_in_child();
+    streams_backend.after_fork_in_child();
+    new (&engine_lock) Mutex;
+    new (&transfer_over) Condition;
+    waiting_threads = 0;
+    for (DescriptorList& list : descriptor_lists) {
+        for (Transfer *each = list.first, *later = nullptr; each != nullptr; each = later) {
+            later = each->later;
+            adopt_transfer(*each);
+        }
+        // A lock belongs to the open file that parent and child share: only the parent may release it.
+        for (DescriptorFacts* facts = list.facts; facts != nullptr; facts = facts->next)
+            facts->is_locked = false;
+    }
+}
+
+/// Called without locks: registering a handler waits for a fork that is under way, which waits for the engine.
+void prepare_for_fork() noexcept {
+    static const int registered = pthread_atfork(before_fork, after_fork_in_parent, after_fork_in_child);
+    static_cast<void>(registered);
+}
+
+// --- starting ---------------------------------------------------------------------------------------------------
+
+void fill(Transfer& transfer, const TransferRequest& request) noexcept VELL_REQUIRES(engine_lock) {
+    transfer.descriptor = request.descriptor;
+    transfer.is_write = request.is_write;
+    transfer.buffer = static_cast<std::byte*>(request.buffer);
+    transfer.offset = request.offset;
+    transfer.length = request.length;
+    transfer.ended = job_ended;
+    const DescriptorFacts* facts = find_facts(request.descriptor);
+    transfer.uncached = facts != nullptr ? facts->uncached : nullptr;
+}
+
+bool points_nowhere(const TransferRequest& request) noexcept {
+    return request.buffer == nullptr && request.length != 0;
+}
+
+}  // namespace
+
+int transfer_start(const TransferRequest& request, Transfer*& started) noexcept {
+    started = nullptr;
+    const bool has_position = lseek(request.descriptor, 0, SEEK_CUR) >= 0;
+    if (!has_position && errno == EBADF) return EBADF;
+    const bool is_stream = !has_position && errno == ESPIPE;
+    prepare_for_fork();
+    const TransferBackend& backend = is_stream ? streams_backend : preferred_backend();
+    auto* transfer = new (std::nothrow) Transfer;
+    if (transfer == nullptr) return EAGAIN;
+    const ScopedLock lock(engine_lock);
+    fill(*transfer, request);
+    transfer->is_stream = is_stream;
+    transfer->backend = &backend;
+    append(*transfer);
+    ++transfer->references;
+    if (points_nowhere(request)) {
+        transfer->error = EFAULT;
+        transfer->is_over = true;
+        finish(*transfer);
+    } else if (!must_wait(*transfer)) {
+        hand_over(*transfer);
+        if (transfer->state == TransferState::unattended) {
+            unlink(*transfer);
+            delete transfer;
+            return EAGAIN;
+        }
+    }
+    started = transfer;
+    return 0;
+}
+
+TransferResult transfer_now(const TransferRequest& request, bool as_stream) noexcept {
+    if (points_nowhere(request)) return {0, EFAULT};
+    prepare_for_fork();
+    const CancelShield shield;
+    Transfer transfer;
+    {
+        const ScopedLock lock(engine_lock);
+        fill(transfer, request);
+        transfer.is_on_stack = true;
+        append(transfer);
+        while (must_wait(transfer))
+            wait_for_change();
+        transfer.state = TransferState::in_caller;
+    }
+    carry_out(transfer);
+    if (transfer.error != ESPIPE || !as_stream) return {transfer.moved, transfer.error};
+    Transfer* started = nullptr;
+    const int error = transfer_start(request, started);
+    return error != 0 ? TransferResult{0, error} : transfer_collect(started);
+}
+
+bool transfer_is_over(Transfer& transfer) noexcept {
+    {
+        const ScopedLock lock(engine_lock);
+        if (transfer.state != TransferState::unattended || !take_for_caller(transfer))
+            return transfer.state == TransferState::over;
+    }
+    carry_out(transfer);
+    return true;
+}
+
+void transfer_wait(Transfer& transfer) noexcept {
+    const CancelShield shield;
+    {
+        const ScopedLock lock(engine_lock);
+        while (transfer.state != TransferState::over && !take_for_caller(transfer))
+            wait_for_change();
+        if (transfer.state == TransferState::over) return;
+    }
+    carry_out(transfer);
+}
+
+TransferResult transfer_collect(Transfer*& transfer) noexcept {
+    if (transfer == nullptr) return {0, EINVAL};
+    transfer_wait(*transfer);
+    const TransferResult result{transfer->moved, transfer->error};
+    transfer_release(transfer);
+    transfer = nullptr;
+    return result;
+}
+
+void transfer_abandon(Transfer*& transfer) noexcept {
+    if (transfer == nullptr) return;
+    const ScopedLock lock(engine_lock);
+    if (take_back(*transfer)) finish_called_off(*transfer);
+    drop_reference(*transfer);
+    transfer = nullptr;
+}
+
+void transfer_retain(Transfer& transfer) noexcept {
+    const ScopedLock lock(engine_lock);
+    ++transfer.references;
+}
+
+void transfer_release(Transfer* transfer) noexcept {
+    const ScopedLock lock(engine_lock);
+    if (transfer != nullptr) drop_reference(*transfer);
+}
+
+namespace {
+
+void call_off_all(int descriptor) noexcept VELL_REQUIRES(engine_lock) {
+    // Backwards, so that nothing that is held back is handed over only to be called off.
+    for (Transfer *each = list_of(descriptor).last, *earlier = nullptr; each != nullptr; each = earlier) {
+        earlier = each->earlier;
+        if (each->descriptor == descriptor && take_back(*each)) finish_called_off(*each);
+    }
+}
+
+bool has_transfers(int descriptor) noexcept VELL_REQUIRES(engine_lock) {
+    const Transfer* each = list_of(descriptor).first;
+    while (each != nullptr && each->descriptor != descriptor)
+        each = each->later;
+    return each != nullptr;
+}
+
+}  // namespace
+
+void transfers_call_off(int descriptor) noexcept {
+    const ScopedLock lock(engine_lock);
+    call_off_all(descriptor);
+}
+
+void transfers_drain(int descriptor) noexcept {
+    const ScopedLock lock(engine_lock);
+    call_off_all(descriptor);
+    while (has_transfers(descriptor))
+        wait_for_change();
+}
+
+void descriptor_begin(int descriptor) noexcept {
+    transfers_drain(descriptor);
+    DescriptorFacts* stale = nullptr;
+    {
+        const ScopedLock lock(engine_lock);
+        stale = remove_facts(descriptor);
+    }
+    if (stale != nullptr) uncached_forget(stale->uncached);
+    delete stale;
+}
+
+void descriptor_set_uncached(int descriptor) noexcept {
+    UncachedFile* uncached = uncached_open(descriptor);
+    if (uncached == nullptr) return;
+    const ScopedLock lock(engine_lock);
+    DescriptorFacts* facts = require_facts(descriptor);
+    if (facts == nullptr) {
+        uncached_forget(uncached);
+    } else {
+        facts->uncached = uncached;
+    }
+}
+
+void descriptor_set_locked(int descriptor) noexcept {
+    prepare_for_fork();
+    const ScopedLock lock(engine_lock);
+    DescriptorFacts* facts = require_facts(descriptor);
+    if (facts != nullptr) facts->is_locked = true;
+}
+
+void descriptor_forget(int descriptor) noexcept {
+    transfers_drain(descriptor);
+    DescriptorFacts* facts = nullptr;
+    {
+        const ScopedLock lock(engine_lock);
+        facts = remove_facts(descriptor);
+    }
+    if (facts == nullptr) return;
+    uncached_close(facts->uncached, descriptor);
+    // Released by name: a child that is just being spawned shares the open file until it starts its program, and
+    // would keep the lock alive after our close.
+    if (facts->is_locked) file_calls.flock(descriptor, LOCK_UN);
+    delete facts;
+}
+
+const char* transfer_backend_name() noexcept {
+    return preferred_backend().name;
+}
+
+}  // namespace vell
