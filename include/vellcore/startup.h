@@ -56,7 +56,7 @@ VELL_API const void* MainThreadResponseHandler(void* port, int32_t message_id, c
                                                void* info) noexcept;
 
 /// Writes a fresh random UUID as 36 characters of text, padded with zeros to 64 bytes.
-/// @return  `destination_64`, or null when it is null or memory is short.
+/// @return  `destination_64`; null when it is null.
 VELL_API char* vl_create_uuid(char* destination_64) noexcept;
 
 /// Fixed answers for hosts that know a restart protocol: nothing is ever restarted or awaited.
