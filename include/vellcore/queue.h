@@ -15,8 +15,8 @@ public:
     /// A capacity below 1, or one that memory is too short for, makes a queue that is always full.
     explicit vl_queue(int64_t capacity) noexcept
         : mutex_(mp_new_mutex(0)),
-          capacity_(capacity < 0 ? 0 : capacity),
-          storage_(new (std::nothrow) T[static_cast<size_t>(capacity_)]) {
+          capacity_(capacity < 1 ? 0 : capacity),
+          storage_(capacity < 1 ? nullptr : new (std::nothrow) T[static_cast<size_t>(capacity)]) {
         if (storage_ == nullptr) capacity_ = 0;
     }
     virtual ~vl_queue() {
