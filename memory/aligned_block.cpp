@@ -8,7 +8,6 @@
 // Stepping back from a block leads to the start; stepping back once more from there, by the word before it, stays
 // there, because that word is 0. Both ways of releasing a block therefore reach the same address.
 
-#include <cstdlib>
 #include <cstring>
 
 #include "memory/raw_memory.h"
@@ -17,12 +16,6 @@
 #include "vellcore/message_log.h"
 
 namespace vell {
-
-RawMemory raw_memory{
-    std::malloc,
-    [](size_t bytes) { return std::calloc(1, bytes); },
-    std::free,
-};
 
 namespace {
 

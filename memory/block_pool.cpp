@@ -1,8 +1,9 @@
 // Pools of small blocks. No lock: callers on several threads serialise.
 //
-// A chunk is [ Chunk | item | item | ... ], its memory zeroed by the system. Only the newest chunk can have items that
-// were never handed out; the first of them, the frontier, is always the last item of the free list. Handing the
-// frontier out moves it on by one, so the links of untouched items are never written and their pages never touched.
+// A chunk is [ Chunk | item | item | ... ], mapped from the system, which zeroes a page when it is first touched. Only
+// the newest chunk can have items that were never handed out; the first of them, the frontier, is always the last item
+// of the free list. Handing the frontier out moves it on by one, so the links of untouched items are never written and
+// their pages never touched.
 
 #include <cstddef>
 #include <cstdlib>
@@ -25,22 +26,27 @@ constexpr uint64_t k_smallest_chunk = 32769;  // bytes of items; below that a po
 struct Chunk {
     std::byte* frontier;  // first item that was never handed out; null when all were
     std::byte* end;       // behind the last item
+    uint64_t bytes;       // of the whole chunk, this included
+    uint64_t unused;      // keeps the first item's link at a multiple of 16
 };
 
 /// The largest chunk that can be had, with a frontier at its first item: as asked, or half, or half of that ...
 Chunk* obtain_chunk(uint64_t items, uint64_t stride) noexcept {
-    if (stride > (UINT64_MAX - sizeof(Chunk)) / (items != 0 ? items : 1)) return nullptr;
-    for (uint64_t count = items; count * stride >= k_smallest_chunk || count == items; count /= 2) {
-        auto* memory = static_cast<std::byte*>(raw_memory.allocate_zeroed(sizeof(Chunk) + count * stride));
-        if (memory != nullptr) {
+    if (items == 0 || stride > (UINT64_MAX - sizeof(Chunk)) / items) return nullptr;
+    for (uint64_t count = items; count == items || count * stride >= k_smallest_chunk; count /= 2) {
+        const uint64_t bytes = sizeof(Chunk) + count * stride;
+        if (auto* memory = static_cast<std::byte*>(raw_memory.map_zeroed(bytes)); memory != nullptr) {
             auto* chunk = reinterpret_cast<Chunk*>(memory);
-            chunk->frontier = memory + sizeof(Chunk);
-            chunk->end = chunk->frontier + count * stride;
+            *chunk = {memory + sizeof(Chunk), memory + bytes, bytes, 0};
             return chunk;
         }
         if (count == 0) break;
     }
     return nullptr;
+}
+
+void release_chunk(void* chunk) noexcept {
+    raw_memory.unmap(chunk, static_cast<Chunk*>(chunk)->bytes);
 }
 
 }  // namespace
@@ -60,7 +66,7 @@ void Allocator<T>::Clear() noexcept {
 template <class T>
 void Allocator<T>::reset_mem_pools() noexcept {
     for (uint32_t i = chunks_.count(); i-- > 0;)
-        vell::raw_memory.release(chunks_[i]);
+        vell::release_chunk(chunks_[i]);
     chunks_.release();
 }
 
@@ -117,41 +123,3 @@ void Allocator<T>::free_blk(_alloc_blk* item) noexcept {
 }
 
 template class Allocator<char>;
-
-namespace {
-
-constinit Allocator<char> sb32_Mem{32, 524288};
-constinit Allocator<char> sb64_Mem{64, 262144};
-constinit Allocator<char> sb128_Mem{128, 131072};
-
-constexpr uint64_t k_largest_pooled = 128;  // bytes
-constexpr size_t k_link_bytes = 8;
-
-Allocator<char>& pool_for(uint64_t size) noexcept {
-    if (size <= 32) return sb32_Mem;
-    return size <= 64 ? sb64_Mem : sb128_Mem;
-}
-
-}  // namespace
-
-void* sb_alloc(uint64_t size) noexcept {
-    if (size > k_largest_pooled) return vell::raw_memory.allocate(size);
-    auto* item = pool_for(size).allocate_blk();
-    return item == nullptr ? nullptr : reinterpret_cast<std::byte*>(item) + k_link_bytes;
-}
-
-void sb_free(void* block, uint64_t size) noexcept {
-    if (block == nullptr) return;
-    if (size > k_largest_pooled) {
-        vell::raw_memory.release(block);
-        return;
-    }
-    auto* item = static_cast<std::byte*>(block) - k_link_bytes;
-    pool_for(size).free_blk(reinterpret_cast<Allocator<char>::_alloc_blk*>(item));
-}
-
-void sb_destroy() noexcept {
-    sb32_Mem.Clear();
-    sb64_Mem.Clear();
-    sb128_Mem.Clear();
-}

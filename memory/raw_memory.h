@@ -9,7 +9,9 @@ namespace vell {
 struct RawMemory {
     void* (*allocate)(size_t bytes);
     void* (*allocate_zeroed)(size_t bytes);
-    void (*release)(void* block);
+    void (*release)(void* block);       // of either
+    void* (*map_zeroed)(size_t bytes);  // whole pages, zero when first touched; null when there are none
+    void (*unmap)(void* memory, size_t bytes);
 };
 extern RawMemory raw_memory;
 

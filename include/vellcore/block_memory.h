@@ -83,6 +83,9 @@ public:
     /// Makes an item that allocate_blk gave the first free one.
     void free_blk(_alloc_blk* item) noexcept;
 
+    /// The item that allocate_blk hands out next; null when it has to obtain a chunk first.
+    [[nodiscard]] _alloc_blk* next_free() const noexcept { return free_head_; }
+
     /// Frees every chunk, the newest first. Kept: the list of free items is left alone and dangles; only Clear is
     /// safe for a pool that goes on.
     void reset_mem_pools() noexcept;
