@@ -130,7 +130,8 @@ int block_the_log() {
             msginfo("%d %s", i, std::string(3000, 'b').c_str());
     }).detach();
     pollfd room{.fd = ends[1], .events = POLLOUT, .revents = 0};
-    while (poll(&room, 1, 0) > 0) std::this_thread::yield();
+    while (poll(&room, 1, 0) > 0)
+        std::this_thread::yield();
     return ends[1];
 }
 
