@@ -1,0 +1,23 @@
+#pragma once
+// Everything that VellCore offers to hosts.
+
+#include "auto_lock.h"
+#include "block_memory.h"
+#include "buffered_file_reader.h"
+#include "buffered_file_writer.h"
+#include "calendar_date.h"
+#include "child_process.h"
+#include "desktop_shell.h"
+#include "export.h"
+#include "file_io.h"
+#include "file_operations.h"
+#include "hash_functions.h"
+#include "heap_set.h"
+#include "lockable_heap.h"
+#include "message_log.h"
+#include "processing_pool.h"
+#include "queue.h"
+#include "startup.h"
+#include "system_info.h"
+#include "threads.h"
+#include "vector.h"
