@@ -97,11 +97,12 @@ bool io_set_filesize64(int descriptor, unsigned long long size) noexcept {
 }
 
 bool io_read64(int descriptor, void* buffer, long long offset, unsigned long long length) noexcept {
-    return vell::transfer_counted({descriptor, /*is_write*/ false, buffer, offset, length});
+    return vell::transfer_counted({descriptor, /*is_write*/ false, buffer, offset, length}).error == 0;
 }
 
 bool io_write64(int descriptor, const void* buffer, long long offset, unsigned long long length) noexcept {
-    return vell::transfer_counted({descriptor, /*is_write*/ true, const_cast<void*>(buffer), offset, length});
+    return vell::transfer_counted({descriptor, /*is_write*/ true, const_cast<void*>(buffer), offset, length}).error ==
+           0;
 }
 
 const char* io_backend_name() noexcept {

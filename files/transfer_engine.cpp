@@ -253,6 +253,11 @@ TransferResult transfer_collect(Transfer*& transfer) noexcept {
     return result;
 }
 
+void transfer_call_off(Transfer& transfer) noexcept {
+    const ScopedLock lock(engine_lock);
+    if (take_back(transfer)) finish_called_off(transfer);
+}
+
 void transfer_abandon(Transfer*& transfer) noexcept {
     if (transfer == nullptr) return;
     const ScopedLock lock(engine_lock);

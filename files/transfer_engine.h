@@ -47,6 +47,9 @@ void transfer_wait(Transfer& transfer) noexcept;
 /// Waits until the transfer is over and gives it up. The pointer becomes null.
 TransferResult transfer_collect(Transfer*& transfer) noexcept;
 
+/// Calls the transfer off when it was not begun: it then ends with ECANCELED.
+void transfer_call_off(Transfer& transfer) noexcept;
+
 /// Gives the transfer up without waiting, calling it off when it was not begun. Its buffer stays in use until the
 /// descriptor was drained. The pointer becomes null.
 void transfer_abandon(Transfer*& transfer) noexcept;

@@ -202,13 +202,18 @@ bool start_counted(const TransferRequest& request, int32_t& number, Transfer*& t
     return error == 0 || carry_out_instead(request, error);
 }
 
-bool collect_counted(Transfer*& transfer) noexcept {
-    return transfer == nullptr || !log_failed(transfer_collect(transfer));
+TransferResult collect_counted(Transfer*& transfer, uint64_t requested) noexcept {
+    if (transfer == nullptr) return {requested, 0};
+    const TransferResult result = transfer_collect(transfer);
+    log_failed(result);
+    return result;
 }
 
-bool transfer_counted(const TransferRequest& request) noexcept {
+TransferResult transfer_counted(const TransferRequest& request) noexcept {
     number_transfer(request);
-    return !log_failed(transfer_now(request, /*as_stream*/ true));
+    const TransferResult result = transfer_now(request, /*as_stream*/ true);
+    log_failed(result);
+    return result;
 }
 
 void free_slots(int descriptor) noexcept {

@@ -22,11 +22,12 @@ int32_t number_transfer(const TransferRequest& request) noexcept;
 /// "AIO(3a)" to "AIO(3c)" (writing: "AIO(1a)" to "AIO(1c)"), when that failed too.
 [[nodiscard]] bool start_counted(const TransferRequest& request, int32_t& number, Transfer*& transfer) noexcept;
 
-/// Waits for a transfer and gives it up; null counts as done. False after the error line "AIO(5)".
-bool collect_counted(Transfer*& transfer) noexcept;
+/// Waits for a transfer and gives it up; null counts as one that moved all of `requested` bytes. A failure is logged as
+/// "AIO(5)".
+TransferResult collect_counted(Transfer*& transfer, uint64_t requested) noexcept;
 
-/// Carries a transfer out in the calling thread, numbered and counted. False after the error line "AIO(5)".
-[[nodiscard]] bool transfer_counted(const TransferRequest& request) noexcept;
+/// Carries a transfer out in the calling thread, numbered and counted. A failure is logged as "AIO(5)".
+TransferResult transfer_counted(const TransferRequest& request) noexcept;
 
 /// Frees the table's slots of a descriptor without waiting for their transfers.
 void free_slots(int descriptor) noexcept;
