@@ -91,9 +91,9 @@ public:
     void reset_mem_pools() noexcept;
 
 private:
-    _alloc_blk* allocate_last() noexcept;
-    bool grow(uint64_t stride) noexcept;
-    static void thread_whole_chunk(std::byte* first, std::byte* end, uint64_t stride) noexcept;
+    VELL_LOCAL _alloc_blk* allocate_last() noexcept;
+    VELL_LOCAL bool grow(uint64_t stride) noexcept;
+    VELL_LOCAL static void thread_whole_chunk(std::byte* first, std::byte* end, uint64_t stride) noexcept;
 
     vl_vector<_alloc_blk*> chunks_;    // every chunk, in the order obtained
     _alloc_blk* free_head_ = nullptr;  // the next item to hand out

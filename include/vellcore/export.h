@@ -4,6 +4,9 @@
 /// Marks what hosts link to. Everything else in the library is hidden.
 #define VELL_API __attribute__((visibility("default")))
 
+/// Hides a member of a class that is exported as a whole.
+#define VELL_LOCAL __attribute__((visibility("hidden")))
+
 /// Has the compiler check a printf-style format. Positions count from 1; first_arg is 0 for a va_list.
 #define VELL_PRINTF(fmt_index, first_arg) __attribute__((format(printf, fmt_index, first_arg)))
 
