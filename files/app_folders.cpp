@@ -9,10 +9,10 @@
 
 #include <atomic>
 #include <cerrno>
-#include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <initializer_list>
 
 #include "files/path_checks.h"
 #include "platform/known_folders.h"
@@ -23,14 +23,19 @@
 namespace vell {
 namespace {
 
-/// Puts a path together. @return  false when it does not fit; `out` is then cut.
-bool form_path(char (&out)[k_path_bytes], const char* format, ...) noexcept VELL_PRINTF(2, 3);
-bool form_path(char (&out)[k_path_bytes], const char* format, ...) noexcept {
-    va_list pieces;
-    va_start(pieces, format);
-    const int length = std::vsnprintf(out, sizeof out, format, pieces);
-    va_end(pieces);
-    return length >= 0 && static_cast<size_t>(length) < sizeof out;
+/// Puts a path together from its pieces. @return  false when it does not fit; `out` is then cut.
+bool join(char (&out)[k_path_bytes], std::initializer_list<const char*> pieces) noexcept {
+    size_t length = 0;
+    bool fits = true;
+    for (const char* piece : pieces) {
+        const size_t room = sizeof out - 1 - length;
+        const size_t added = strnlen(piece, room);
+        fits = fits && piece[added] == '\0';
+        memcpy(out + length, piece, added);
+        length += added;
+    }
+    out[length] = '\0';
+    return fits;
 }
 
 bool ends_in(const char* path, char last) noexcept {
@@ -52,19 +57,19 @@ void find_data(AppFolders& folders, const char* app_name, const char* data_env) 
     const char* chosen = data_env != nullptr && *data_env != '\0' ? std::getenv(data_env) : nullptr;
     char path[k_path_bytes];
     if (chosen != nullptr && *chosen != '\0') {
-        form_path(folders.data, "%s", chosen);
-    } else if (app_name == nullptr || (form_path(path, "%sSettings/System.reg", folders.code) && file_exists(path))) {
-        form_path(folders.data, "%s", folders.code);
+        join(folders.data, {chosen});
+    } else if (app_name == nullptr || (join(path, {folders.code, "Settings/System.reg"}) && file_exists(path))) {
+        join(folders.data, {folders.code});
     } else if (application_support_folder(path, sizeof path)) {
-        form_path(folders.data, "%s/%s", path, app_name);
+        join(folders.data, {path, "/", app_name});
     } else {
-        form_path(folders.data, "/Library/Application Support/%s", app_name);
+        join(folders.data, {"/Library/Application Support/", app_name});
     }
 }
 
 void find_settings(AppFolders& folders) noexcept {
     const char* between = ends_in(folders.data, '/') ? "" : "/";
-    form_path(folders.default_settings, "%s%sDefaults", folders.data, between);
+    join(folders.default_settings, {folders.data, between, "Defaults"});
     const char* module_name = strrchr(folders.code, '/');
     const int module_folder_length = module_name != nullptr ? static_cast<int>(module_name - folders.code) : 0;
     std::snprintf(folders.search_list, sizeof folders.search_list, "%s%sSettings|%s|%.*s|", folders.data, between,
@@ -75,7 +80,7 @@ void find_settings(AppFolders& folders) noexcept {
 bool resolve_folder(char (&out)[k_path_bytes], const char* data, const char* folder) noexcept {
     const bool is_absolute = folder[0] == '/' || (folder[0] != '\0' && folder[1] == ':');
     const char* between = is_absolute || ends_in(data, '/') ? "" : "/";
-    if (!form_path(out, "%s%s%s", is_absolute ? "" : data, between, folder)) return false;
+    if (!join(out, {is_absolute ? "" : data, between, folder})) return false;
     if (ends_in(out, '/') || ends_in(out, '\\')) out[strlen(out) - 1] = '\0';
     return true;
 }
@@ -90,14 +95,14 @@ bool ensure_directory_below(char (&out)[k_path_bytes], const char* data, const c
         msgerror("Error creating directory %s : %s\n", path, os_errormsg());
         return false;
     }
-    return form_path(out, "%s/%s", path, file != nullptr ? file : "");
+    return join(out, {path, "/", file != nullptr ? file : ""});
 }
 
 void find_log_file(AppFolders& folders, const char* app_name) noexcept {
     char name[k_path_bytes];
-    form_path(name, "%s.log", app_name);
+    join(name, {app_name, ".log"});
     if (!ensure_directory_below(folders.log_file, folders.data, "Settings/logs", name)) {
-        form_path(folders.log_file, "%s", name);
+        join(folders.log_file, {name});
     }
 }
 

@@ -211,9 +211,9 @@ date::operator long() const noexcept {
     parts.tm_mday = m_day;
     parts.tm_mon = std::max(m_month, std::numeric_limits<int32_t>::min() + 1) - 1;
     parts.tm_year = std::max(m_year, k_first_year) - 1900;
-    parts.tm_hour = m_hour;
-    parts.tm_min = m_minute;
-    parts.tm_sec = m_second;
+    parts.tm_hour = +m_hour;
+    parts.tm_min = +m_minute;
+    parts.tm_sec = +m_second;
     parts.tm_wday = parts.tm_yday = parts.tm_isdst = 0;
     return mktime(&parts);
 }
