@@ -1,0 +1,93 @@
+// The progress line is plain text: it is redrawn over itself, and erased with blanks, so it needs no colours and no
+// terminal control beyond a carriage return.
+
+#include "progress.h"
+
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+
+#include "byte_size.h"
+#include "vellcore/processing_pool.h"
+
+namespace tool {
+namespace {
+
+constexpr auto k_redraw_interval = std::chrono::milliseconds(100);
+
+/// The most memory that the process had resident. getrusage also counts what the program's caller had before it
+/// became this program, so the process's own record is asked first, where there is one.
+uint64_t peak_resident_bytes() {
+    unsigned long long kib = 0;
+    if (FILE* status = std::fopen("/proc/self/status", "re")) {
+        char line[256];
+        while (std::fgets(line, sizeof line, status) != nullptr && std::sscanf(line, "VmHWM: %llu", &kib) != 1) {
+        }
+        std::fclose(status);
+    }
+    if (kib != 0) return kib * 1024;
+    rusage usage{};
+    getrusage(RUSAGE_SELF, &usage);
+    return static_cast<uint64_t>(usage.ru_maxrss) * 1024;
+}
+
+}  // namespace
+
+Progress::Progress(size_t frame_count)
+    : frame_count_(frame_count),
+      is_visible_(isatty(STDERR_FILENO) == 1),
+      start_(std::chrono::steady_clock::now()),
+      next_drawing_(start_ + k_redraw_interval) {}
+
+Progress::~Progress() {
+    erase();
+}
+
+double Progress::seconds() const {
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start_).count();
+}
+
+void Progress::frames_done(size_t count) {
+    done_ += count;
+    const auto now = std::chrono::steady_clock::now();
+    if (!is_visible_ || now < next_drawing_) return;
+    next_drawing_ = now + k_redraw_interval;
+    draw();
+}
+
+void Progress::draw() {
+    const double rate = static_cast<double>(done_) / std::max(seconds(), 1e-9);
+    const auto percent = static_cast<unsigned>(done_ * 100 / std::max<size_t>(frame_count_, 1));
+    const double left = rate > 0 ? static_cast<double>(frame_count_ - done_) / rate : 0;
+    const int width = std::fprintf(stderr, "\r%zu/%zu frames  %u %%  %.1f frames/s  %.0f s left", done_, frame_count_,
+                                   percent, rate, left) -
+                      1;
+    if (width < drawn_width_) std::fprintf(stderr, "%*s", drawn_width_ - width, "");
+    drawn_width_ = width;
+    std::fflush(stderr);
+}
+
+void Progress::erase() {
+    if (drawn_width_ > 0) std::fprintf(stderr, "\r%*s\r", drawn_width_, "");
+    drawn_width_ = 0;
+}
+
+void print_statistics(const Progress& progress, const StoreCounts& counts, uint64_t heap_bytes) {
+    const double seconds = progress.seconds();
+    const auto count = [](uint64_t value) { return static_cast<unsigned long long>(value); };
+    std::fprintf(stderr, "frames:         %zu in %.2f s\n", progress.done(), seconds);
+    std::fprintf(stderr, "rate:           %.1f frames/s\n",
+                 static_cast<double>(progress.done()) / std::max(seconds, 1e-9));
+    std::fprintf(stderr, "threads:        %d\n", smp_numprocs());
+    std::fprintf(stderr, "heap:           %s\n", format_byte_size(heap_bytes).c_str());
+    std::fprintf(stderr, "reads:          %llu\n", count(counts.reads));
+    std::fprintf(stderr, "cache hits:     %llu\n", count(counts.hits));
+    std::fprintf(stderr, "re-reads:       %llu\n", count(counts.rereads));
+    std::fprintf(stderr, "discards:       %llu\n", count(counts.discards));
+    std::fprintf(stderr, "waits for room: %llu\n", count(counts.waits));
+    std::fprintf(stderr, "peak memory:    %s\n", format_byte_size(peak_resident_bytes()).c_str());
+}
+
+}  // namespace tool

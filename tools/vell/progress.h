@@ -1,0 +1,38 @@
+// What the user sees while a command runs, and afterwards.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+
+#include "frame_store.h"
+
+namespace tool {
+
+/// One line on the standard error stream, when that is a terminal: frames, percent, rate and time left.
+class Progress {
+public:
+    explicit Progress(size_t frame_count);
+    ~Progress();
+    Progress(const Progress&) = delete;
+    Progress& operator=(const Progress&) = delete;
+
+    void frames_done(size_t count);
+    [[nodiscard]] double seconds() const;
+    [[nodiscard]] size_t done() const { return done_; }
+
+private:
+    void draw();
+    void erase();
+
+    size_t frame_count_;
+    size_t done_ = 0;
+    bool is_visible_;
+    int drawn_width_ = 0;
+    std::chrono::steady_clock::time_point start_;
+    std::chrono::steady_clock::time_point next_drawing_;
+};
+
+/// Writes what --stats asks for to the standard error stream.
+void print_statistics(const Progress& progress, const StoreCounts& counts, uint64_t heap_bytes);
+
+}  // namespace tool

@@ -1,0 +1,73 @@
+// The signal handler knows the one unfinished file by a plain array, which is written before the file is made.
+
+#include "unfinished_file.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <climits>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+
+#include "failure.h"
+
+namespace tool {
+namespace {
+
+constexpr mode_t k_file_mode = 0666;
+constexpr int k_signals[] = {SIGINT, SIGTERM, SIGHUP, SIGQUIT};
+
+char to_remove[PATH_MAX];  // empty when there is nothing to remove
+
+void remove_and_end(int signal_number) {
+    if (to_remove[0] != '\0') unlink(to_remove);
+    std::signal(signal_number, SIG_DFL);
+    std::raise(signal_number);
+}
+
+void catch_signals() {
+    struct sigaction action {};
+    action.sa_handler = remove_and_end;
+    sigemptyset(&action.sa_mask);
+    for (const int signal_number : k_signals) {
+        struct sigaction present {};
+        // A signal that the caller ignores, as nohup does, stays ignored.
+        if (sigaction(signal_number, nullptr, &present) == 0 && present.sa_handler != SIG_IGN) {
+            sigaction(signal_number, &action, nullptr);
+        }
+    }
+}
+
+}  // namespace
+
+UnfinishedFile::UnfinishedFile(const std::string& path) : path_(path) {
+    const size_t name = path.rfind('/') == std::string::npos ? 0 : path.rfind('/') + 1;
+    temporary_ = path.substr(0, name) + "." + path.substr(name) + "." + std::to_string(getpid()) + ".part";
+    if (temporary_.size() >= sizeof to_remove) throw Failure{k_exit_unwritable, path + ": the name is too long"};
+    catch_signals();
+    const int file = open(temporary_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, k_file_mode);
+    if (file < 0) throw Failure{k_exit_unwritable, path + ": cannot be written: " + strerror(errno)};
+    close(file);
+    std::memcpy(to_remove, temporary_.c_str(), temporary_.size() + 1);
+}
+
+UnfinishedFile::~UnfinishedFile() {
+    if (!temporary_.empty()) unlink(temporary_.c_str());
+    to_remove[0] = '\0';
+}
+
+int UnfinishedFile::keep() {
+    const int file = open(temporary_.c_str(), O_RDONLY | O_CLOEXEC);
+    if (file < 0) return errno;
+    const int sync_error = fsync(file) == 0 ? 0 : errno;
+    close(file);
+    if (sync_error != 0) return sync_error;
+    if (std::rename(temporary_.c_str(), path_.c_str()) != 0) return errno;
+    temporary_.clear();
+    to_remove[0] = '\0';
+    return 0;
+}
+
+}  // namespace tool
