@@ -400,6 +400,7 @@ TEST_F(Reader, AShrunkenFileIsToldAndZeroed) {
 
 TEST_F(Reader, SurvivesEveryRefusedCall) {
     const auto data = make(1'000'000);
+    ASSERT_NE(io_backend_name(), nullptr);  // a ring has descriptors of its own
     const int in_use = open_descriptors();
     for (const int count : {1, 4}) {
         for (const int error : {EIO, EINVAL}) {
