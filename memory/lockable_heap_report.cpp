@@ -3,7 +3,7 @@
 //
 // While another thread is inside the heap they read headers as they are being written, or what used to be a header and
 // is a host's data by now. They copy each header, once, outside the thread sanitizer's sight, and believe nothing in
-// it: a walk ends at the first size that leads out of the arena.
+// it: a walk ends at the first size that no block can have.
 
 #include <atomic>
 #include <cstddef>
@@ -66,7 +66,8 @@ public:
     explicit Glimpses(_mheap* heap) noexcept
         : position_(reinterpret_cast<std::byte*>(heap->first)),
           end_(reinterpret_cast<std::byte*>(heap->end)),
-          header_size_(heap->header_size) {}
+          header_size_(heap->header_size),
+          alignment_(heap->alignment) {}
 
     /// False behind the last block and at a header that is none.
     bool next() noexcept {
@@ -75,7 +76,7 @@ public:
         if (left < header_size_) return false;
         block = glimpse(position_);
         step_ = block.size;
-        return block.size >= header_size_ && block.size <= left;
+        return block.size >= header_size_ && block.size <= left && block.size % alignment_ == 0;
     }
     [[nodiscard]] const std::byte* address() const noexcept { return position_; }
 
@@ -85,6 +86,7 @@ private:
     std::byte* position_;
     std::byte* end_;
     uint64_t header_size_;
+    uint64_t alignment_;
     uint64_t step_ = 0;
 };
 
