@@ -2,6 +2,8 @@
 
 #include "memory/heap_core.h"
 
+#include "platform/lock.h"
+
 namespace vell {
 
 void write_handle(void** handle, void* value) noexcept {
@@ -29,8 +31,8 @@ bool HeapCore::is_intact(Unit unit) const noexcept {
     return block.size == arena_.bytes(index_.length_of(unit)) && block.is_free() == index_.is_free(unit);
 }
 
+/// `unit` is known to be intact.
 bool HeapCore::merge_following(Unit unit) noexcept {
-    if (!is_intact(unit)) return false;
     const Unit end = index_.end_of_run(unit);
     for (Unit next = index_.next_fragment(unit + 1); next < end; next = index_.next_fragment(next + 1)) {
         if (!is_intact(next)) return false;
@@ -62,7 +64,10 @@ void HeapCore::take(Unit unit, Unit needed, void** owner, uint64_t stamp) noexce
 /// The callback may look at the heap: the block is in use until it has run.
 void HeapCore::free_block(Unit unit) noexcept {
     BlockHeader& block = header(unit);
-    if (block.discard != nullptr) block.discard(arena_.data(unit));
+    if (block.discard != nullptr) {
+        const CancelShield shield;
+        block.discard(arena_.data(unit));
+    }
     block.discard = nullptr;
     if (index_.is_idle(unit)) index_.leave_idle(unit);
     if (block.owner != nullptr) write_handle(block.owner, nullptr);
@@ -73,7 +78,7 @@ void HeapCore::free_block(Unit unit) noexcept {
     // A count left on free space would keep it from being used for ever.
     block.lock_count = 0;
     block.exclusive_count = 0;
-    index_.give_back(unit);
+    index_.give_back(unit, arena_.units(block.size));
 }
 
 bool HeapCore::release(Unit unit) noexcept {

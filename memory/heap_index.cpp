@@ -20,7 +20,8 @@ uint64_t lowest_bit(uint64_t word) noexcept {
 }  // namespace
 
 bool HeapIndex::create(const Arena& arena) noexcept {
-    const uint64_t cells = arena.end() / k_cell + 1;
+    // One more than the end marker's, always empty: looking on from the last unit of a cell needs no test.
+    const uint64_t cells = arena.end() / k_cell + 2;
     const uint64_t set_words = CellSet::words_for(cells);
     const uint64_t tree_words = MaxTree::words_for(cells);
     const uint64_t words = cells * (sizeof(Cell) / 8) + 2 * tree_words + k_neighbour_kinds * set_words;
@@ -53,6 +54,7 @@ void HeapIndex::swap(HeapIndex& other) noexcept {
     std::swap(memory_, other.memory_);
     std::swap(cells_, other.cells_);
     std::swap(cell_count_, other.cell_count_);
+    std::swap(fragments_, other.fragments_);
     std::swap(cells_with_, other.cells_with_);
     std::swap(longest_run_, other.longest_run_);
     std::swap(oldest_idle_, other.oldest_idle_);
@@ -74,21 +76,16 @@ void HeapIndex::erase(Kind kind, Unit unit) noexcept {
     if (starts == 0 && kind != k_idle) cells_with_[kind].erase(unit / k_cell);
 }
 
-Unit HeapIndex::next(Kind kind, Unit unit) const noexcept {
-    uint64_t cell = unit / k_cell;
-    if (cell >= cell_count_) return k_no_unit;
-    const uint64_t rest = cells_[cell].starts[kind] >> (unit % k_cell);
-    if (rest != 0) return unit + lowest_bit(rest);
-    cell = cells_with_[kind].next(cell + 1);
+Unit HeapIndex::next_beyond(Kind kind, uint64_t cell) const noexcept {
+    // The cell after it first: blocks are rarely far apart.
+    if (++cell == cell_count_) return k_no_unit;
+    if (cells_[cell].starts[kind] == 0) cell = cells_with_[kind].next(cell);
     return cell == CellSet::k_none ? k_no_unit : cell * k_cell + lowest_bit(cells_[cell].starts[kind]);
 }
 
-Unit HeapIndex::previous(Kind kind, Unit unit) const noexcept {
-    uint64_t cell = unit / k_cell;
-    const uint64_t rest = cells_[cell].starts[kind] << (k_cell - 1 - unit % k_cell);
-    if (rest != 0) return unit - static_cast<uint64_t>(std::countl_zero(rest));
-    if (cell == 0) return k_no_unit;
-    cell = cells_with_[kind].previous(cell - 1);
+Unit HeapIndex::previous_beyond(Kind kind, uint64_t cell) const noexcept {
+    if (cell-- == 0) return k_no_unit;
+    if (cells_[cell].starts[kind] == 0) cell = cells_with_[kind].previous(cell);
     if (cell == CellSet::k_none) return k_no_unit;
     return cell * k_cell + k_cell - 1 - static_cast<uint64_t>(std::countl_zero(cells_[cell].starts[kind]));
 }
@@ -104,8 +101,8 @@ Unit HeapIndex::used_block_at(Unit unit) const noexcept {
 }
 
 Unit HeapIndex::length_of(Unit unit) const noexcept {
-    const Kind follower = is_used(unit) ? k_run : k_fragment;
-    return std::min(next(k_used, unit + 1), next(follower, unit + 1)) - unit;
+    const Unit free_behind = is_used(unit) ? next(k_run, unit + 1) : next_fragment(unit + 1);
+    return std::min(next(k_used, unit + 1), free_behind) - unit;
 }
 
 Unit HeapIndex::run_ending_at(Unit unit) const noexcept {
@@ -118,11 +115,12 @@ Unit HeapIndex::run_ending_at(Unit unit) const noexcept {
 Unit HeapIndex::first_fit(Unit length) const noexcept {
     const uint64_t cell = longest_run_.first_at_least(length);
     if (cell == MaxTree::k_none) return k_no_unit;
-    for (uint64_t runs = cells_[cell].starts[k_run]; runs != 0; runs &= runs - 1) {
-        const Unit run = cell * k_cell + lowest_bit(runs);
-        if (length_of_run(run) >= length) return run;
-    }
-    return k_no_unit;
+    // The last of them is as long as the tournament says when no other is.
+    uint64_t runs = cells_[cell].starts[k_run];
+    Unit run = cell * k_cell + lowest_bit(runs);
+    while ((runs &= runs - 1) != 0 && length_of_run(run) < length)
+        run = cell * k_cell + lowest_bit(runs);
+    return run;
 }
 
 Unit HeapIndex::oldest_idle() const noexcept {
@@ -158,29 +156,20 @@ void HeapIndex::add_free(int64_t units) noexcept {
     free_bytes_.store(free_bytes() + arena_.bytes(static_cast<uint64_t>(units)), std::memory_order_relaxed);
 }
 
-void HeapIndex::add_idle(int64_t units) noexcept {
-    idle_bytes_.store(idle_bytes() + arena_.bytes(static_cast<uint64_t>(units)), std::memory_order_relaxed);
-}
-
 void HeapIndex::append_free(Unit unit, Unit length) noexcept {
-    insert(run_ending_at(unit) == k_no_unit ? k_run : k_fragment, unit);
+    insert_free(unit, run_ending_at(unit) == k_no_unit);
     add_free(static_cast<int64_t>(length));
 }
 
-void HeapIndex::append_used(Unit unit, Unit length, bool is_idle) noexcept {
+void HeapIndex::append_used(Unit unit, bool is_idle) noexcept {
     insert(k_used, unit);
-    if (!is_idle) return;
-    insert(k_idle, unit);
-    add_idle(static_cast<int64_t>(length));
+    if (is_idle) enter_idle(unit);
 }
 
 void HeapIndex::finish(Unit unit) noexcept {
     insert(k_used, unit);  // A run ends here as at any used block.
     for (Unit run = next(k_run, 0); run != k_no_unit; run = next(k_run, (run / k_cell + 1) * k_cell))
         refresh_longest(run / k_cell);
-    for (uint64_t cell = cells_with_[k_used].next(0); cell != CellSet::k_none;
-         cell = cells_with_[k_used].next(cell + 1))
-        if (cells_[cell].starts[k_idle] != 0) refresh_oldest(cell);
 }
 
 void HeapIndex::take(Unit unit, Unit length) noexcept {
@@ -191,7 +180,7 @@ void HeapIndex::take(Unit unit, Unit length) noexcept {
         insert(k_used, unit);
     } else {
         const Unit run = run_at(unit);
-        erase(k_fragment, unit);
+        erase_fragment(unit);
         insert(k_used, unit);
         refresh_longest(run / k_cell);
     }
@@ -206,15 +195,14 @@ void HeapIndex::take(Unit unit, Unit length) noexcept {
 void HeapIndex::make_fragment_of_run_at(Unit unit) noexcept {
     if (!has(k_run, unit)) return;
     erase(k_run, unit);
-    insert(k_fragment, unit);
+    insert_fragment(unit);
 }
 
-void HeapIndex::give_back(Unit unit) noexcept {
-    const Unit length = length_of(unit);
+void HeapIndex::give_back(Unit unit, Unit length) noexcept {
     const Unit run_before = run_ending_at(unit);
     const Unit behind = unit + length;
     erase(k_used, unit);
-    insert(run_before == k_no_unit ? k_run : k_fragment, unit);
+    insert_free(unit, run_before == k_no_unit);
     make_fragment_of_run_at(behind);
     const Unit run = run_before == k_no_unit ? unit : run_before;
     if (behind / k_cell != run / k_cell) refresh_longest(behind / k_cell);
@@ -225,13 +213,13 @@ void HeapIndex::give_back(Unit unit) noexcept {
 void HeapIndex::enter_idle(Unit unit) noexcept {
     insert(k_idle, unit);
     refresh_oldest(unit / k_cell);
-    add_idle(static_cast<int64_t>(length_of(unit)));
+    idle_bytes_.store(idle_bytes() + arena_.header(unit).size, std::memory_order_relaxed);
 }
 
 void HeapIndex::leave_idle(Unit unit) noexcept {
     erase(k_idle, unit);
     refresh_oldest(unit / k_cell);
-    add_idle(-static_cast<int64_t>(length_of(unit)));
+    idle_bytes_.store(idle_bytes() - arena_.header(unit).size, std::memory_order_relaxed);
 }
 
 void HeapIndex::move_down(Unit from, Unit run) noexcept {

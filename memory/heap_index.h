@@ -21,6 +21,7 @@
 #pragma once
 
 #include <atomic>
+#include <bit>
 #include <cstdint>
 
 #include "memory/heap_arena.h"
@@ -54,7 +55,9 @@ public:
     /// The first unit behind the run that contains `unit`.
     [[nodiscard]] Unit end_of_run(Unit unit) const noexcept { return next(k_used, unit); }
     /// The first unmerged block from any unit on, or k_no_unit.
-    [[nodiscard]] Unit next_fragment(Unit unit) const noexcept { return next(k_fragment, unit); }
+    [[nodiscard]] Unit next_fragment(Unit unit) const noexcept {
+        return fragments_ == 0 ? k_no_unit : next(k_fragment, unit);
+    }
     [[nodiscard]] Unit length_of(Unit unit) const noexcept;
 
     /// The lowest run of at least `length` units, or k_no_unit.
@@ -68,18 +71,18 @@ public:
     // Changes. The headers are written first.
     /// A block is where nothing was known, behind everything that is known.
     void append_free(Unit unit, Unit length) noexcept;
-    void append_used(Unit unit, Unit length, bool is_idle) noexcept;
+    void append_used(Unit unit, bool is_idle) noexcept;
     /// The end marker is at `unit`, behind everything else.
     void finish(Unit unit) noexcept;
     /// The free block at `unit` and all that follows it in its run becomes a used, locked block of `length` units and
     /// a new run with what remains.
     void take(Unit unit, Unit length) noexcept;
-    /// A used block that is not idle became a free block of the same length.
-    void give_back(Unit unit) noexcept;
+    /// A used block of `length` units that is not idle became a free one.
+    void give_back(Unit unit, Unit length) noexcept;
     /// A fragment was merged into the block before it.
-    void absorb(Unit fragment) noexcept { erase(k_fragment, fragment); }
+    void absorb(Unit fragment) noexcept { erase_fragment(fragment); }
     /// A used block's lock counts became 0; an idle block's stamp changed; an idle block is about to be locked or
-    /// given back.
+    /// given back. Lengths come from the block's header: they count for the total only.
     void enter_idle(Unit unit) noexcept;
     void restamp_idle(Unit unit) noexcept { refresh_oldest(unit / k_cell); }
     void leave_idle(Unit unit) noexcept;
@@ -103,9 +106,27 @@ private:
         return (cells_[unit / k_cell].starts[kind] & bit(unit)) != 0;
     }
     void insert(Kind kind, Unit unit) noexcept;
+    void insert_fragment(Unit unit) noexcept {
+        ++fragments_;
+        insert(k_fragment, unit);
+    }
+    void erase_fragment(Unit unit) noexcept {
+        --fragments_;
+        erase(k_fragment, unit);
+    }
+    void insert_free(Unit unit, bool starts_run) noexcept { starts_run ? insert(k_run, unit) : insert_fragment(unit); }
     void erase(Kind kind, Unit unit) noexcept;
-    [[nodiscard]] Unit next(Kind kind, Unit unit) const noexcept;
-    [[nodiscard]] Unit previous(Kind kind, Unit unit) const noexcept;
+    /// The nearest start of a kind from `unit` on, and down from it. Mostly it is in the same cell.
+    [[nodiscard]] Unit next(Kind kind, Unit unit) const noexcept {
+        const uint64_t rest = cells_[unit / k_cell].starts[kind] >> (unit % k_cell);
+        return rest != 0 ? unit + static_cast<Unit>(std::countr_zero(rest)) : next_beyond(kind, unit / k_cell);
+    }
+    [[nodiscard]] Unit previous(Kind kind, Unit unit) const noexcept {
+        const uint64_t rest = cells_[unit / k_cell].starts[kind] << (k_cell - 1 - unit % k_cell);
+        return rest != 0 ? unit - static_cast<Unit>(std::countl_zero(rest)) : previous_beyond(kind, unit / k_cell);
+    }
+    [[nodiscard]] Unit next_beyond(Kind kind, uint64_t cell) const noexcept;
+    [[nodiscard]] Unit previous_beyond(Kind kind, uint64_t cell) const noexcept;
 
     [[nodiscard]] Unit length_of_run(Unit run) const noexcept { return end_of_run(run) - run; }
     [[nodiscard]] Unit run_ending_at(Unit unit) const noexcept;
@@ -115,12 +136,12 @@ private:
     void refresh_longest(uint64_t cell) noexcept { longest_run_.set(cell, longest_run_in(cell)); }
     void refresh_oldest(uint64_t cell) noexcept { oldest_idle_.set(cell, oldest_age_in(cell)); }
     void add_free(int64_t units) noexcept;
-    void add_idle(int64_t units) noexcept;
 
     Arena arena_;
     void* memory_ = nullptr;  // one allocation behind all of the following
     Cell* cells_ = nullptr;
     uint64_t cell_count_ = 0;
+    uint64_t fragments_ = 0;                 // mostly none
     CellSet cells_with_[k_neighbour_kinds];  // by Kind
     MaxTree longest_run_;                    // by cell, units; 0 = no run starts there
     MaxTree oldest_idle_;                    // by cell, ~stamp: larger is older; 0 = no idle block starts there

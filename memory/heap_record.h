@@ -27,7 +27,8 @@ inline Heap& as_heap(_mheap* heap) noexcept {
     return *static_cast<Heap*>(heap);
 }
 
-/// Holds a heap's mutex to the end of the scope, shielded from cancellation.
+/// Holds a heap's mutex to the end of the scope. Without a shield of its own, which costs as much as the mutex: the
+/// only cancellation points under it, waits and callbacks, have theirs.
 class VELL_SCOPED_CAPABILITY HeapLock {
 public:
     explicit HeapLock(Heap& heap) noexcept VELL_ACQUIRE(heap.mutex) : heap_(heap) { mp_get_mutex(heap.mutex); }
@@ -38,7 +39,6 @@ public:
     HeapLock& operator=(const HeapLock&) = delete;
 
 private:
-    CancelShield shield_;
     Heap& heap_;
 };
 

@@ -12,7 +12,7 @@
 namespace vell {
 namespace {
 
-constexpr unsigned k_front_blocks = 16;  // checked at each search
+constexpr unsigned k_front_blocks = 8;  // checked at each search
 
 /// A stretch of unlocked blocks between locked ones.
 struct UnlockedRun {
@@ -84,7 +84,7 @@ bool HeapCore::merge_runs_through(Unit last) noexcept {
     for (Unit fragment = index_.next_fragment(0); fragment != k_no_unit; fragment = index_.next_fragment(fragment)) {
         const Unit run = index_.run_at(fragment);
         if (run > last) return true;
-        if (!merge_following(run)) return false;
+        if (!is_intact(run) || !merge_following(run)) return false;
     }
     return true;
 }

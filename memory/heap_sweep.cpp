@@ -69,7 +69,7 @@ void HeapCore::rebase_into(const Arena& grown, HeapIndex& index) const noexcept 
         BlockHeader& block = grown.header(unit);
         block.data = grown.data(unit);
         if (block.owner != nullptr) write_handle(block.owner, block.data);
-        index.append_used(unit, length, index_.is_idle(unit));
+        index.append_used(unit, index_.is_idle(unit));
     }
 }
 

@@ -89,6 +89,12 @@ HeapCore::Space search(Heap& heap, Unit needed) noexcept VELL_REQUIRES(heap.mute
     return space;
 }
 
+/// False when none came in time. A thread cancelled in here would take the heap's mutex with it.
+bool wait_for_unlock(Heap& heap) noexcept VELL_REQUIRES(heap.mutex) {
+    const CancelShield shield;
+    return mp_cond_timedwait(heap.space, heap.mutex, heap.wait_ns);
+}
+
 /// Kept: the second search of each round, in compacting mode, never finds or moves anything, because the first one
 /// has discarded every unlocked block. What shows is its second block list.
 Unit find_or_give_up(Heap& heap, Unit needed) noexcept VELL_REQUIRES(heap.mutex) {
@@ -100,8 +106,7 @@ Unit find_or_give_up(Heap& heap, Unit needed) noexcept VELL_REQUIRES(heap.mutex)
         if (space.found == HeapCore::Found::space) return space.unit;
         msgwarn("Waiting for free space in %.32s heap: %llu (%d)", heap.name,
                 static_cast<unsigned long long>(requested_bytes(heap, needed)), waits);
-        if (!mp_cond_timedwait(heap.space, heap.mutex, heap.wait_ns))
-            msgwarn("Timeout while waiting for free space in %.32s heap", heap.name);
+        if (!wait_for_unlock(heap)) msgwarn("Timeout while waiting for free space in %.32s heap", heap.name);
     }
     return k_no_unit;
 }
@@ -113,7 +118,7 @@ Unit find_or_wait(Heap& heap, Unit needed) noexcept VELL_REQUIRES(heap.mutex) {
         if (space.found == HeapCore::Found::space) return space.unit;
         const bool is_hopeless = space.found == HeapCore::Found::overwritten || !could_ever_fit(heap, needed);
         if (is_hopeless || round == heap.compacting_rounds) return k_no_unit;
-        mp_cond_timedwait(heap.space, heap.mutex, heap.wait_ns);
+        wait_for_unlock(heap);
     }
 }
 
