@@ -1,8 +1,8 @@
 // A large file in blocks of 1 MiB, cold: the reader and writer beside plain calls, POSIX AIO and a submission ring
-// with 8 transfers in flight, the latter two also with O_DIRECT.
+// with 8 transfers in flight, all also with O_DIRECT; and reads of a file that is in the cache.
 //
-// The file has VELLCORE_BENCH_MIB MiB (512) and lies in VELLCORE_BENCH_FOLDER (the working folder). Before every pass
-// it is written back and dropped from the cache; a pass that begins with more than 1 % cached fails. Writes are
+// The file has VELLCORE_BENCH_MIB MiB (512) and lies in VELLCORE_BENCH_FOLDER (the working folder). Before every cold
+// pass it is written back and dropped from the cache; a pass that begins with more than 1 % cached fails. Writes are
 // timed up to the moment when the data is on disk. Counters: rate, processor seconds per GiB (user and system, all
 // threads), and what share of the file's pages is cached after the pass.
 
@@ -115,15 +115,30 @@ double processor_seconds() {
     return seconds(use.ru_utime) + seconds(use.ru_stime);
 }
 
-/// `is_write`: the pass writes a new file, and the time until it is on disk counts.
+enum class Kind { cold_read, warm_read, write };
+
+/// Brings the file into the state in which a pass of this kind begins.
+bool prepare(Kind kind) {
+    if (kind == Kind::warm_read) {
+        const Memory block = aligned_memory(k_block);
+        const int file = open(bench_file().path(), O_RDONLY);
+        while (read(file, block.get(), k_block) > 0) {
+        }
+        close(file);
+        return bench_file().cached_percent() > 99.0;
+    }
+    bench_file().make_cold();
+    if (kind == Kind::write && truncate(bench_file().path(), 0) != 0) std::abort();
+    return bench_file().cached_percent() <= 1.0;
+}
+
+/// Writes count until the data is on disk.
 template <class Pass>
-void measure(benchmark::State& state, bool is_write, Pass pass) {
+void measure(benchmark::State& state, Kind kind, Pass pass) {
     const double gib = static_cast<double>(blocks_in_file()) / 1024.0;
     double processor = 0, cached = 0, best_rate = 0;
     for (auto _ : state) {
-        bench_file().make_cold();
-        if (is_write && truncate(bench_file().path(), 0) != 0) std::abort();
-        if (bench_file().cached_percent() > 1.0) state.SkipWithError("the file would not leave the cache");
+        if (!prepare(kind)) state.SkipWithError("the file is cached when it should not be, or the other way round");
         const double used_before = processor_seconds();
         const auto start = std::chrono::steady_clock::now();
         if (!pass(bench_file().path())) state.SkipWithError(std::strerror(errno));
@@ -267,9 +282,9 @@ bool with_ring(const char* path, bool is_write, int flags) {
 #endif
 
 template <class Pass>
-void add(const std::string& name, bool is_write, Pass pass) {
+void add(const std::string& name, Kind kind, Pass pass) {
     benchmark::RegisterBenchmark((name + "/" + std::to_string(blocks_in_file())).c_str(),
-                                 [=](benchmark::State& state) { measure(state, is_write, pass); })
+                                 [=](benchmark::State& state) { measure(state, kind, pass); })
         ->UseManualTime()
         ->Unit(benchmark::kMillisecond)
         ->Iterations(3);
@@ -277,17 +292,21 @@ void add(const std::string& name, bool is_write, Pass pass) {
 
 template <class Pass>
 void add_peer(const std::string& name, Pass pass) {
-    for (const bool is_write : {false, true}) {
-        const std::string group = is_write ? "file_write/" : "file_read/";
-        add(group + name, is_write, [=](const char* path) { return pass(path, is_write, 0); });
-        add(group + name + "_direct", is_write, [=](const char* path) { return pass(path, is_write, O_DIRECT); });
-    }
+    const auto with = [=](bool is_write, int flags) {
+        return [=](const char* path) { return pass(path, is_write, flags); };
+    };
+    add("file_read/" + name, Kind::cold_read, with(false, 0));
+    add("file_read/" + name + "_direct", Kind::cold_read, with(false, O_DIRECT));
+    add("file_warm_read/" + name, Kind::warm_read, with(false, 0));
+    add("file_write/" + name, Kind::write, with(true, 0));
+    add("file_write/" + name + "_direct", Kind::write, with(true, O_DIRECT));
 }
 
 [[maybe_unused]] const bool registered = [] {
-    add("file_read/vellcore", false, read_with_reader);
-    add("file_write/vellcore", true, write_with_writer);
-    add("file_write/vellcore_blocks", true, write_with_direct_blocks);
+    add("file_read/vellcore", Kind::cold_read, read_with_reader);
+    add("file_warm_read/vellcore", Kind::warm_read, read_with_reader);
+    add("file_write/vellcore", Kind::write, write_with_writer);
+    add("file_write/vellcore_blocks", Kind::write, write_with_direct_blocks);
     add_peer("plain", with_plain_calls);
     add_peer("posix_aio", with_posix_aio);
 #ifdef VELLCORE_HAS_URING

@@ -6,6 +6,7 @@
 #include <bit>
 #include <cerrno>
 #include <climits>
+#include <cstddef>
 #include <cstring>
 
 #include "files/buffered_common.h"
@@ -29,6 +30,14 @@ fWriteBuffer::fWriteBuffer(int handle, bool allocate) noexcept
       close_on_close(handle == -1),
       alignment(io_settings.alignment.load(std::memory_order_relaxed)),
       mutex(mp_new_mutex(0)) {
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Winvalid-offsetof"
+    static_assert(offsetof(fWriteBuffer, file_name) == 8 && offsetof(fWriteBuffer, file_handle) == 1032);
+    static_assert(offsetof(fWriteBuffer, buffer_file_offset) == 1040 && offsetof(fWriteBuffer, request_a) == 1056);
+    static_assert(offsetof(fWriteBuffer, buffer_a) == 1072 && offsetof(fWriteBuffer, locked_block) == 1088);
+    static_assert(offsetof(fWriteBuffer, memory_block) == 1104 && offsetof(fWriteBuffer, used) == 1120);
+    static_assert(offsetof(fWriteBuffer, swap) == 1145 && offsetof(fWriteBuffer, mutex) == 1152);
+#pragma GCC diagnostic pop
     if (handle != -1 && allocate) fWriteBuffer::set_buffer(k_usual_buffer_bytes, /*double_buffered*/ true);
 }
 

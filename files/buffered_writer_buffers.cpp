@@ -168,15 +168,17 @@ void fWriteBuffer::advance(unsigned long long data_bytes, unsigned long long fil
     buffer_file_offset += file_bytes;
 }
 
-/// Starts to write the buffer and goes on in the other one. With one buffer it waits.
+/// Starts to write the buffer as request A. The one before it is waited for only then, so that the disk has its next
+/// block at hand when it ends one.
 bool fWriteBuffer::begin_buffer_write(unsigned long long bytes) noexcept {
+    int32_t number = -1;
+    vell::Transfer* next = nullptr;
+    const bool is_started =
+        vell::start_counted(write_request(file_handle, buffer_a, buffer_file_offset, bytes), number, next);
     wait_for_buffer();
-    if (!vell::start_counted(write_request(file_handle, buffer_a, buffer_file_offset, bytes), request_a, transfer_a_)) {
-        request_a = -1;
-        return false;
-    }
-    if (transfer_a_ == nullptr) request_a = -1;
-    return true;
+    transfer_a_ = next;
+    request_a = next != nullptr ? number : -1;
+    return is_started;
 }
 
 void fWriteBuffer::flush_buffers() noexcept {

@@ -91,7 +91,19 @@ bool take_for_caller(Transfer& transfer) noexcept VELL_REQUIRES(engine_lock) {
     return true;
 }
 
+/// A transfer of the descriptor that nobody works on, taken over by the caller; null when there is none. Whoever waits
+/// on the descriptor looks here first, because what it waits for may be held back behind such a transfer.
+Transfer* take_unattended(int descriptor) noexcept VELL_REQUIRES(engine_lock) {
+    for (Transfer* each = list_of(descriptor).first; each != nullptr; each = each->later) {
+        if (each->descriptor != descriptor || each->state != TransferState::unattended) continue;
+        each->state = TransferState::in_caller;
+        return each;
+    }
+    return nullptr;
+}
+
 void carry_out(Transfer& transfer) noexcept {
+    const CancelShield shield;
     run_job(transfer);
     const ScopedLock lock(engine_lock);
     finish(transfer);
@@ -202,6 +214,27 @@ int transfer_start(const TransferRequest& request, Transfer*& started) noexcept 
     return 0;
 }
 
+namespace {
+
+/// Waits until nothing keeps the transfer from running in its caller.
+void wait_for_turn(Transfer& transfer) noexcept {
+    for (;;) {
+        Transfer* unattended = nullptr;
+        {
+            const ScopedLock lock(engine_lock);
+            while (must_wait(transfer) && (unattended = take_unattended(transfer.descriptor)) == nullptr)
+                wait_for_change();
+            if (unattended == nullptr) {
+                transfer.state = TransferState::in_caller;
+                return;
+            }
+        }
+        carry_out(*unattended);
+    }
+}
+
+}  // namespace
+
 TransferResult transfer_now(const TransferRequest& request, bool as_stream) noexcept {
     if (points_nowhere(request)) return {0, EFAULT};
     prepare_for_fork();
@@ -212,10 +245,8 @@ TransferResult transfer_now(const TransferRequest& request, bool as_stream) noex
         fill(transfer, request);
         transfer.is_on_stack = true;
         append(transfer);
-        while (must_wait(transfer))
-            wait_for_change();
-        transfer.state = TransferState::in_caller;
     }
+    wait_for_turn(transfer);
     carry_out(transfer);
     if (transfer.error != ESPIPE || !as_stream) return {transfer.moved, transfer.error};
     Transfer* started = nullptr;
@@ -224,24 +255,31 @@ TransferResult transfer_now(const TransferRequest& request, bool as_stream) noex
 }
 
 bool transfer_is_over(Transfer& transfer) noexcept {
-    {
-        const ScopedLock lock(engine_lock);
-        if (transfer.state != TransferState::unattended || !take_for_caller(transfer))
-            return transfer.state == TransferState::over;
+    for (;;) {
+        Transfer* unattended = nullptr;
+        {
+            const ScopedLock lock(engine_lock);
+            if (transfer.state == TransferState::over) return true;
+            unattended = take_unattended(transfer.descriptor);
+            if (unattended == nullptr) return false;
+        }
+        carry_out(*unattended);
     }
-    carry_out(transfer);
-    return true;
 }
 
 void transfer_wait(Transfer& transfer) noexcept {
-    const CancelShield shield;
-    {
-        const ScopedLock lock(engine_lock);
-        while (transfer.state != TransferState::over && !take_for_caller(transfer))
-            wait_for_change();
-        if (transfer.state == TransferState::over) return;
+    for (;;) {
+        Transfer* mine = nullptr;
+        {
+            const ScopedLock lock(engine_lock);
+            while (transfer.state != TransferState::over && mine == nullptr) {
+                mine = take_for_caller(transfer) ? &transfer : take_unattended(transfer.descriptor);
+                if (mine == nullptr) wait_for_change();
+            }
+            if (mine == nullptr) return;
+        }
+        carry_out(*mine);
     }
-    carry_out(transfer);
 }
 
 TransferResult transfer_collect(Transfer*& transfer) noexcept {

@@ -87,6 +87,7 @@ bool log_failed(const TransferResult& result) noexcept {
 }
 
 int start_patiently(const TransferRequest& request, Transfer*& transfer) noexcept {
+    const CancelShield shield;
     int error = transfer_start(request, transfer);
     for (int attempt = 1; error == EAGAIN && attempt < k_start_attempts; ++attempt) {
         pause_before_retry();

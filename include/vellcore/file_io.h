@@ -107,6 +107,8 @@ struct async_transfer {
     bool done_synchronously;    ///< finished by the time the starting call returned
     void* request;              ///< the transfer in flight; the library's own
 };
+static_assert(sizeof(async_transfer) == 32 && offsetof(async_transfer, done_synchronously) == 16,
+              "hosts know the layout");
 
 /// The slot whose turn it is; waits until it is free. For the library's own use: the caller holds the table's lock.
 VELL_API async_transfer* io_get_slot() noexcept;

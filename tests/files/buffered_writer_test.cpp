@@ -291,6 +291,35 @@ TEST_F(WriterTest, PutChangesToWriteFileNearTheBuffersEnd) {
     expect_file(expected);
 }
 
+TEST_F(WriterTest, StreamingLeavesTheCacheAlone) {
+    if (!can_be_uncached(folder.path())) GTEST_SKIP() << "the file system is a cache itself";
+    constexpr size_t k_blocks = 32;
+    const auto block = pattern(1 << 20);
+    Writer writer;
+    ASSERT_TRUE(writer.open(path()));
+    for (size_t i = 0; i < k_blocks; ++i)
+        writer.write(block);
+    writer.close_file(k_final);
+    CachedPages pages = cached_pages(path());
+    EXPECT_EQ(pages.all, 8192);
+    EXPECT_LE(pages.cached * 100, pages.all);
+    fReadBuffer reader(-1);
+    reader.cfg_buffers(8, 1 << 20, 1 << 20);
+    ASSERT_TRUE(reader.open_file(path().c_str(), true, true, true));
+    EXPECT_EQ(reader.skip_file(1, k_blocks << 20), k_blocks << 20);
+    reader.close_file();
+    pages = cached_pages(path());
+    EXPECT_LE(pages.cached * 100, pages.all);
+    // What somebody else has in the cache is used and stays there.
+    const auto warm = read_whole(path());
+    ASSERT_TRUE(reader.open_file(path().c_str(), true, true, true));
+    std::vector<unsigned char> back(warm.size());
+    EXPECT_EQ(reader.read_file(back.data(), 1, back.size()), warm.size());
+    EXPECT_TRUE(back == warm);
+    reader.close_file();
+    EXPECT_EQ(cached_pages(path()).cached, 8192);
+}
+
 TEST_F(WriterTest, CutsACallersFileToWhatItWrote) {
     write_whole(path(), pattern(100'000));
     const int handle = io_open64(path().c_str(), O_RDWR, false, true, false);

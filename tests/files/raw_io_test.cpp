@@ -389,6 +389,26 @@ TEST_F(RawIo, SurvivesEveryRefusedCall) {
     EXPECT_EQ(open_descriptors(), before);
 }
 
+// No thread can be had for longer than a start is repeated: the transfer is done at once instead.
+TEST_F(RawIo, WorksWithoutThreads) {
+    const auto data = pattern(10'000);
+    const int file = open_shared(make(data.size()), O_RDWR);
+    vell::file_calls.create_thread = [](pthread_t*, const pthread_attr_t*, void* (*)(void*), void*) { return EAGAIN; };
+    std::vector<unsigned char> back(data.size());
+    int handle = 0;
+    EXPECT_TRUE(io_read_async64(file, back.data(), 0, back.size(), &handle));
+    EXPECT_TRUE(log.contains("AIO(3b): 11 - 'Resource temporarily unavailable'")) << log.text();
+    EXPECT_EQ(back, data);
+    EXPECT_EQ(io_complete64(file, &handle, k_ask), 1);
+    EXPECT_FALSE(io_write_async64(file, back.data(), -1, 5, &handle));
+    EXPECT_TRUE(log.contains("AIO(1b): 11 ") && log.contains("AIO(1c): 22 - 'Invalid argument'")) << log.text();
+    EXPECT_EQ(io_complete64(file, &handle, k_wait), 1) << "its slot is free";
+    vell::file_calls = vell::system_file_calls;
+    EXPECT_TRUE(io_read_async64(file, back.data(), 0, back.size(), &handle));
+    EXPECT_EQ(io_complete64(file, &handle, k_wait), 1);
+    io_close64(file);
+}
+
 TEST_F(RawIo, ShortCallsAreContinued) {
     vell::file_calls.pread = [](int fd, void* to, size_t n, off_t at) -> ssize_t {
         return pread(fd, to, std::min<size_t>(n, 1000), at);
@@ -426,18 +446,24 @@ TEST_F(RawIo, AForkedChildReadsAgainWhatWasInFlight) {
     const AlignedBuffer memory(data.size());
     Pipe pipe;
     char byte = 0;
-    int in_file = 0, in_pipe = 0, fresh = 0;
+    int in_file = 0, in_pipe = 0, in_other = 0, fresh = 0;
+    const int other = open_shared(make(data.size(), "other"), O_RDWR, k_uncached);
+    const AlignedBuffer other_memory(data.size());
     ASSERT_TRUE(io_read_async64(pipe.read_end, &byte, 0, 1, &in_pipe));
+    ASSERT_TRUE(io_read_async64(other, other_memory.get(), 0, data.size(), &in_other));
     ASSERT_TRUE(io_read_async64(file, memory.get(), 0, data.size(), &in_file));
     const pid_t child = fork();
     if (child == 0) {
         alarm(60);
         const bool is_read = io_complete64(file, &in_file, k_wait) == 1;
         const bool is_same = std::equal(data.begin(), data.end(), memory.get());
+        // Has to come after the read that nobody carries out yet.
+        const bool is_written = io_write64(other, &byte, 100, 1) && io_complete64(other, &in_other, k_ask) == 1 &&
+                                std::equal(data.begin(), data.end(), other_memory.get());
         const bool is_called_off = io_complete64(pipe.read_end, &in_pipe, k_wait) == -1;
         const bool has_threads =
             io_read_async64(file, memory.get(), 0, 1000, &fresh) && io_complete64(file, &fresh, k_wait) == 1;
-        _exit(is_read && is_same && is_called_off && has_threads && io_close64(file) == 0 ? 0 : 1);
+        _exit(is_read && is_same && is_written && is_called_off && has_threads && io_close64(file) == 0 ? 0 : 1);
     }
     int status = 0;
     waitpid(child, &status, 0);
@@ -448,6 +474,7 @@ TEST_F(RawIo, AForkedChildReadsAgainWhatWasInFlight) {
     pipe.send("z");
     EXPECT_EQ(io_complete64(pipe.read_end, &in_pipe, k_wait), 1);
     io_close64(file);
+    io_close64(other);
 }
 
 // One transfer in flight per thread: with two, the strict turn could bring a thread to wait for its own first.

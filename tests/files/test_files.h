@@ -3,6 +3,8 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/vfs.h>
 #include <unistd.h>
 
 #include <cstddef>
@@ -37,6 +39,33 @@ inline int open_descriptors() {
         ++count;
     closedir(folder);
     return count;
+}
+
+/// Pages of the file that the system holds in its cache, and pages in all.
+struct CachedPages {
+    long cached = 0;
+    long all = 0;
+};
+inline CachedPages cached_pages(const std::string& path) {
+    const int file = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    const auto bytes = static_cast<size_t>(lseek(file, 0, SEEK_END));
+    void* view = mmap(nullptr, bytes, PROT_READ, MAP_SHARED, file, 0);
+    std::vector<unsigned char> present((bytes + 4095) / 4096);
+    if (mincore(view, bytes, present.data()) != 0) std::abort();
+    munmap(view, bytes);
+    close(file);
+    CachedPages pages;
+    pages.all = static_cast<long>(present.size());
+    for (const unsigned char page : present)
+        pages.cached += page & 1;
+    return pages;
+}
+
+/// True where the file system can do without its cache: one that lives in memory cannot.
+inline bool can_be_uncached(const std::string& folder) {
+    struct statfs facts {};
+    constexpr long k_tmpfs = 0x01021994;
+    return statfs(folder.c_str(), &facts) == 0 && facts.f_type != k_tmpfs;
 }
 
 /// Memory aligned for direct transfers.
