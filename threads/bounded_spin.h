@@ -5,15 +5,14 @@
 
 namespace vell {
 
-/// Polls with yields for a limited time: `while (!ready() && spin.again()) {}`.
+/// Polls for a limited time: `while (!ready() && spin.again()) {}`.
 ///
-/// Yielding instead of pausing keeps the wait short where there are more threads than processors, since the thread
-/// that is waited for may need this very processor. With one processor there is nothing to wait for: again() answers
-/// false at once.
+/// A few polls in a row are only a processor's pause apart, then the thread yields: the thread that is waited for may
+/// need this very processor. With one processor there is nothing to wait for, and again() answers false at once.
 class BoundedSpin {
 public:
     explicit BoundedSpin(int64_t limit_ns) noexcept;
-    /// Lets other threads run; false when the time is up.
+    /// Pauses or lets other threads run; false when the time is up.
     bool again() noexcept;
 
 private:
@@ -21,5 +20,14 @@ private:
     int64_t limit_ns_;
     uint32_t polls_ = 0;
 };
+
+/// Processors that threads of this process may run on at once, at least 1.
+[[nodiscard]] int32_t usable_processors() noexcept;
+
+/// The monotonic clock, nanoseconds.
+[[nodiscard]] int64_t monotonic_ns() noexcept;
+
+/// Tells the processor that this is a polling loop.
+void pause_processor() noexcept;
 
 }  // namespace vell

@@ -1,24 +1,24 @@
 // The processing pool: threads that take shares of jobs from one queue.
 //
-// `queue_lock` guards the queue; the queue's own mutex is taken under it. `done_lock` pairs with `share_done` and is
-// never held together with it. Both live as long as the process. A job's done counter belongs to the smp_exec that
-// waits for it, so a share does not touch it after its own increment.
+// `queue_lock` guards the queue. `done_lock` pairs with `share_done` and is never held together with it. Both live as
+// long as the process. A job's done counter belongs to the smp_exec that waits for it, so a share does not touch it
+// after its own increment.
 //
-// A kernel wake-up costs tens of microseconds, an empty job one. So a pool thread that runs out of shares looks for
-// more for a while, yielding, before it sleeps; a caller does the same while it waits for its last share. Nobody is
-// woken who is looking anyway. An idle pool uses no processor time.
+// A kernel wake-up costs tens of microseconds, an empty job one. So as many pool threads as there are processors look
+// for work for a while before they sleep, and a caller does the same while it waits for its last share. Only as many
+// threads are woken for a job as can run at once; when it is not done soon, its caller wakes one for every share that
+// nobody has taken, since the shares that run may wait for the others. An idle pool uses no processor time.
 
 #include <algorithm>
 #include <atomic>
 #include <cstdio>
 #include <new>
 
-#include "platform/immortal.h"
 #include "platform/lock.h"
 #include "threads/bounded_spin.h"
+#include "threads/share_queue.h"
 #include "vellcore/message_log.h"
 #include "vellcore/processing_pool.h"
-#include "vellcore/queue.h"
 #include "vellcore/system_info.h"
 #include "vellcore/threads.h"
 
@@ -26,35 +26,41 @@ namespace vell {
 namespace {
 
 constexpr int32_t k_most_threads = 128;
-constexpr int32_t k_entries_per_thread = 3;
 constexpr int64_t k_idle_spin_ns = 700'000;  // of a pool thread without shares
 constexpr int64_t k_done_spin_ns = 60'000;   // of a caller whose shares still run
+constexpr int64_t k_quick_job_ns = 1'000;    // a caller waits that long without yielding,
+constexpr int64_t k_short_job_ns = 5'000;    // and then that long before it wakes more threads
 constexpr int32_t k_between_shares = -1;
-
-Mutex queue_lock;
-Condition entry_added;
-Condition room_made;
-Mutex done_lock;
-Condition share_done;
 
 struct Pool {
     std::atomic<int32_t> processors{1};              // threads asked for
     std::atomic<int32_t> active{1};                  // shares of a job; outlives the threads
     std::atomic<__tls_key_str*> share_key{nullptr};  // a pool thread's value points at its share number
-    std::atomic<bool> is_running{false};             // there is a queue with threads behind it
-    std::atomic<int32_t> queued{0};                  // entries in the queue, for looking without the lock
-    std::atomic<int32_t> lookers{0};                 // pool threads that poll `queued`
-    std::atomic<int32_t> done_sleepers{0};           // callers that wait for share_done
-
-    vl_queue<smp_entry_t>* queue VELL_GUARDED_BY(queue_lock) = nullptr;
-    int32_t limit VELL_GUARDED_BY(queue_lock) = 0;         // entries that the queue takes
-    int32_t sleepers VELL_GUARDED_BY(queue_lock) = 0;      // pool threads that wait for entry_added
-    int32_t room_waiters VELL_GUARDED_BY(queue_lock) = 0;  // callers that wait for room_made
-
-    int32_t* thread_indexes = nullptr;  // by slot, in the thread table; start-up and shutdown only
-    int32_t started = 0;                // threads that run
+    std::atomic<bool> is_running{false};             // there are threads behind the queue
+    int32_t* thread_indexes = nullptr;               // by slot, in the thread table; start-up and shutdown only
+    int32_t started = 0;                             // threads that run
 };
 constinit Pool pool;
+
+/// What callers and pool threads pass to and fro; the lock and what is looked at with it share a cache line.
+struct alignas(64) Exchange {
+    Mutex lock;
+    std::atomic<int32_t> queued{0};                  // shares in the queue, for looking without the lock
+    std::atomic<int32_t> lookers{0};                 // pool threads that poll `queued`
+    int32_t sleepers VELL_GUARDED_BY(lock) = 0;      // pool threads that wait for entry_added
+    int32_t room_waiters VELL_GUARDED_BY(lock) = 0;  // callers that wait for room_made
+    ShareQueue queue VELL_GUARDED_BY(lock);
+    Condition entry_added;
+    Condition room_made;
+};
+constinit Exchange exchange;
+
+struct alignas(64) Completion {
+    Mutex lock;
+    Condition share_done;
+    std::atomic<int32_t> sleepers{0};  // callers that wait for share_done
+};
+constinit Completion completion;
 
 /// The share that a thread outside the pool runs on the pool's behalf.
 thread_local int32_t own_share = 0;
@@ -70,104 +76,141 @@ void call(const smp_entry_t& entry) {
 }
 
 /// Takes the queue's lock. A holder is done within a fraction of a microsecond, so it is not worth sleeping for.
-void lock_queue() noexcept VELL_ACQUIRE(queue_lock) {
+void lock_queue() noexcept VELL_ACQUIRE(exchange.lock) {
     BoundedSpin spin(k_done_spin_ns);
-    while (!queue_lock.try_lock())
+    while (!exchange.lock.try_lock())
         if (!spin.again()) {
-            queue_lock.lock();
+            exchange.lock.lock();
             return;
         }
 }
 
-/// Wakes a thread for every entry that nobody is looking for already.
-void wake_sleepers() noexcept VELL_REQUIRES(queue_lock) {
-    const int32_t wanted = pool.queued.load(std::memory_order_relaxed) - pool.lookers.load(std::memory_order_relaxed);
-    for (int32_t i = std::min(wanted, pool.sleepers); i > 0; --i)
-        entry_added.signal();
+/// Wakes threads until `wanted` run or look for work, as far as shares and sleepers go.
+void wake_sleepers(int32_t wanted) noexcept VELL_REQUIRES(exchange.lock) {
+    const int32_t needed = std::min(wanted, exchange.queue.shares()) - exchange.lookers.load(std::memory_order_relaxed);
+    for (int32_t i = std::min(needed, exchange.sleepers); i > 0; --i)
+        exchange.entry_added.signal();
 }
 
-/// Queues the entries for shares 0 to count - 1, waiting for room where there is none.
-void queue_entries(smp_entry_t entry, int32_t count) noexcept {
+/// Queues the shares of a job, waiting for room where there is none.
+void queue_job(const smp_entry_t& job) noexcept {
     const CancelShield shield;
     lock_queue();
-    for (int32_t i = 0; i < count; ++i) {
-        while (pool.queued.load(std::memory_order_relaxed) >= pool.limit) {
-            wake_sleepers();
-            ++pool.room_waiters;
-            room_made.wait(queue_lock);
-            --pool.room_waiters;
-        }
-        entry.id = static_cast<uint32_t>(i);
-        pool.queue->put(entry);
-        pool.queued.fetch_add(1, std::memory_order_relaxed);
+    while (!exchange.queue.has_room()) {
+        wake_sleepers(k_most_threads);
+        ++exchange.room_waiters;
+        exchange.room_made.wait(exchange.lock);
+        --exchange.room_waiters;
     }
-    wake_sleepers();
-    queue_lock.unlock();
+    exchange.queue.put(job);
+    exchange.queued.store(exchange.queue.shares(), std::memory_order_relaxed);
+    wake_sleepers(usable_processors());
+    exchange.lock.unlock();
 }
 
-bool take_entry(smp_entry_t& entry) noexcept VELL_REQUIRES(queue_lock) {
-    if (!pool.queue->take(entry)) return false;
-    pool.queued.fetch_sub(1, std::memory_order_relaxed);
-    if (pool.room_waiters > 0) room_made.signal();
+bool take_share(smp_entry_t& share) noexcept VELL_REQUIRES(exchange.lock) {
+    if (!exchange.queue.take(share)) return false;
+    exchange.queued.store(exchange.queue.shares(), std::memory_order_relaxed);
+    if (exchange.room_waiters > 0 && exchange.queue.has_room()) exchange.room_made.signal();
     return true;
 }
 
-/// Looks for an entry without sleeping. False when none came in time.
-bool look_for_entry(smp_entry_t& entry) noexcept {
+/// Takes a share if that can be done at once.
+bool try_share(smp_entry_t& share) noexcept {
+    if (exchange.queued.load(std::memory_order_relaxed) == 0 || !exchange.lock.try_lock()) return false;
+    const bool is_taken = take_share(share);
+    exchange.lock.unlock();
+    return is_taken;
+}
+
+/// Looks for a share without sleeping. False when none came in time, or when enough threads look already.
+bool look_for_share(smp_entry_t& share) noexcept {
+    if (try_share(share)) return true;
     BoundedSpin spin(k_idle_spin_ns);
-    pool.lookers.fetch_add(1, std::memory_order_relaxed);
-    bool found = false;
+    bool is_taken = false;
+    if (exchange.lookers.fetch_add(1, std::memory_order_relaxed) < usable_processors())
+        while (!is_taken && spin.again())
+            is_taken = try_share(share);
+    exchange.lookers.fetch_sub(1, std::memory_order_relaxed);
+    return is_taken;
+}
+
+void next_share(smp_entry_t& share) noexcept {
+    if (look_for_share(share)) return;
+    const ScopedLock lock(exchange.lock);
+    ++exchange.sleepers;
+    while (!take_share(share))
+        exchange.entry_added.wait(exchange.lock);
+    --exchange.sleepers;
+}
+
+/// Counts `shares` of a job as done. Whoever counts the last one wakes the caller, if it sleeps.
+void report_done(int32_t& done, int32_t count, int32_t shares) noexcept {
+    if (std::atomic_ref<int32_t>(done).fetch_add(shares, std::memory_order_seq_cst) + shares != count) return;
+    if (completion.sleepers.load(std::memory_order_seq_cst) == 0) return;
+    const ScopedLock lock(completion.lock);
+    completion.share_done.broadcast();
+}
+
+/// True when the counter reaches `count` within the time of a quick job, in which the caller keeps its processor: the
+/// threads on other processors are faster than a switch to the ones that wait for this one.
+bool is_done_at_once(const std::atomic_ref<int32_t>& done, int32_t count) noexcept {
+    const int64_t end_ns = monotonic_ns() + k_quick_job_ns;
     do {
-        if (pool.queued.load(std::memory_order_relaxed) == 0 || !queue_lock.try_lock()) continue;
-        found = take_entry(entry);
-        queue_lock.unlock();
-    } while (!found && spin.again());
-    pool.lookers.fetch_sub(1, std::memory_order_relaxed);
-    return found;
+        for (int i = 0; i < 4; ++i)
+            pause_processor();
+        if (done.load(std::memory_order_acquire) >= count) return true;
+    } while (monotonic_ns() < end_ns);
+    return false;
 }
 
-void next_entry(smp_entry_t& entry) noexcept {
-    const CancelShield shield;
-    if (look_for_entry(entry)) return;
-    const ScopedLock lock(queue_lock);
-    ++pool.sleepers;
-    while (!take_entry(entry))
-        entry_added.wait(queue_lock);
-    --pool.sleepers;
-}
-
-/// Counts a share as done. The last one wakes the caller, if it sleeps.
-void report_done(const smp_entry_t& entry) noexcept {
-    const auto count = static_cast<int32_t>(entry.count);
-    if (std::atomic_ref<int32_t>(*entry.done).fetch_add(1, std::memory_order_seq_cst) + 1 != count) return;
-    if (pool.done_sleepers.load(std::memory_order_seq_cst) == 0) return;
-    const ScopedLock lock(done_lock);
-    share_done.broadcast();
+bool is_done_within(const std::atomic_ref<int32_t>& done, int32_t count, int64_t limit_ns) noexcept {
+    BoundedSpin spin(limit_ns);
+    do {
+        if (done.load(std::memory_order_acquire) >= count) return true;
+    } while (spin.again());
+    return false;
 }
 
 void wait_until_done(int32_t& counter, int32_t count) noexcept {
     const std::atomic_ref<int32_t> done(counter);
-    BoundedSpin spin(k_done_spin_ns);
-    do {
-        if (done.load(std::memory_order_acquire) >= count) return;
-    } while (spin.again());
-    const ScopedLock lock(done_lock);
-    pool.done_sleepers.fetch_add(1, std::memory_order_seq_cst);
+    if (usable_processors() > 1 && is_done_at_once(done, count)) return;
+    if (is_done_within(done, count, k_short_job_ns)) return;
+    lock_queue();
+    wake_sleepers(k_most_threads);
+    exchange.lock.unlock();
+    if (is_done_within(done, count, k_done_spin_ns)) return;
+    const ScopedLock lock(completion.lock);
+    completion.sleepers.fetch_add(1, std::memory_order_seq_cst);
     while (done.load(std::memory_order_seq_cst) < count)
-        share_done.wait(done_lock);
-    pool.done_sleepers.fetch_sub(1, std::memory_order_relaxed);
+        completion.share_done.wait(completion.lock);
+    completion.sleepers.fetch_sub(1, std::memory_order_relaxed);
+}
+
+/// Runs `share` and as many shares of its job as can be had at once, and counts them together: the counter belongs to
+/// another processor's cache. `share` is then the next one to run, or a copy of the last where there is none: false.
+bool run_shares(smp_entry_t& share, int32_t& share_number) {
+    int32_t* const done = share.done;
+    const auto count = static_cast<int32_t>(share.count);
+    int32_t finished = 0;
+    for (;;) {
+        share_number = static_cast<int32_t>(share.id);
+        call(share);
+        share_number = k_between_shares;
+        ++finished;
+        const bool has_next = try_share(share);
+        if (has_next && share.done == done) continue;
+        report_done(*done, count, finished);
+        return has_next;
+    }
 }
 
 void* process_shares(void*) {
-    int32_t share = k_between_shares;
-    mp_setspecific(pool.share_key.load(std::memory_order_acquire), &share);
-    smp_entry_t entry{};
-    for (next_entry(entry); !entry.stop; next_entry(entry)) {
-        share = static_cast<int32_t>(entry.id);
-        call(entry);
-        share = k_between_shares;
-        report_done(entry);
-    }
+    int32_t share_number = k_between_shares;
+    mp_setspecific(pool.share_key.load(std::memory_order_acquire), &share_number);
+    smp_entry_t share{};
+    for (next_share(share); !share.stop;)
+        if (!run_shares(share, share_number)) next_share(share);
     return nullptr;
 }
 
@@ -195,13 +238,6 @@ bool start_threads(int32_t count) noexcept {
     return true;
 }
 
-bool make_queue(int32_t count) noexcept {
-    const ScopedLock lock(queue_lock);
-    pool.limit = k_entries_per_thread * count;
-    pool.queue = new (std::nothrow) vl_queue<smp_entry_t>(pool.limit);
-    return pool.queue != nullptr;
-}
-
 int32_t degrade_to_single() noexcept {
     pool.processors.store(1);
     pool.active.store(1);
@@ -215,6 +251,7 @@ int32_t physical_processors() noexcept {
 }  // namespace
 }  // namespace vell
 
+using vell::exchange;
 using vell::pool;
 
 int32_t smp_initialize(int32_t requested) noexcept {
@@ -230,12 +267,15 @@ int32_t smp_initialize(int32_t requested) noexcept {
     }
     pool.share_key.store(key);
     pool.thread_indexes = new (std::nothrow) int32_t[static_cast<size_t>(count)];
-    if (pool.thread_indexes == nullptr || !vell::make_queue(count)) {
-        pool.processors.store(count);
+    pool.processors.store(count);
+    if (pool.thread_indexes == nullptr) {  // Kept: the full count is answered while jobs run on their callers.
         pool.active.store(1);
         return count;
     }
-    pool.processors.store(count);
+    {
+        const vell::ScopedLock lock(exchange.lock);
+        exchange.queue.reset(count);
+    }
     pool.is_running.store(true);
     if (!vell::start_threads(count)) return vell::degrade_to_single();
     pool.active.store(count);
@@ -263,7 +303,7 @@ void smp_exec(smp_function function, void* a1, void* a2, void* a3, void* a4, voi
         vell::run_in_turn(entry, vell::own_share, count);
         return;
     }
-    vell::queue_entries(entry, count);
+    vell::queue_job(entry);
     vell::wait_until_done(done, count);
 }
 
@@ -282,10 +322,15 @@ int32_t smp_numprocs() noexcept {
 }
 
 void smp_closedown() noexcept {
-    if (pool.is_running.exchange(false)) {
-        const smp_entry_t stop{
-            .id = 0, .stop = true, .function = nullptr, .arguments = {}, .count = 0, .done = nullptr};
-        vell::queue_entries(stop, pool.started);
+    if (pool.is_running.exchange(false) && pool.started > 0) {
+        const smp_entry_t stop{.id = 0,
+                               .stop = true,
+                               .function = nullptr,
+                               .arguments = {},
+                               .count = static_cast<uint32_t>(pool.started),
+                               .done = nullptr};
+        vell::queue_job(stop);
+        exchange.entry_added.broadcast();
         for (int32_t i = 0; i < pool.started; ++i)
             mp_join_thread(pool.thread_indexes[i]);
     }
@@ -293,9 +338,6 @@ void smp_closedown() noexcept {
     pool.thread_indexes = nullptr;
     pool.started = 0;
     mp_key_delete(pool.share_key.exchange(nullptr));
-    const vell::ScopedLock lock(vell::queue_lock);
-    delete pool.queue;
-    pool.queue = nullptr;
     // Kept: the active count stays, and with it the number of shares that jobs are divided into.
     pool.processors.store(1);
 }
