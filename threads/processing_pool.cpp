@@ -43,7 +43,7 @@ struct Pool {
 constinit Pool pool;
 
 /// What callers and pool threads pass to and fro; the lock and what is looked at with it share a cache line.
-struct alignas(64) Exchange {
+struct alignas(128) Exchange {
     Mutex lock;
     std::atomic<int32_t> queued{0};                  // shares in the queue, for looking without the lock
     std::atomic<int32_t> lookers{0};                 // pool threads that poll `queued`
