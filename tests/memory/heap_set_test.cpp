@@ -90,7 +90,8 @@ TEST(HeapPlan, ReadsConfigurationLines) {
 }
 
 TEST(SizeText, RoundsLikePrintf) {
-    for (const uint64_t bytes : {0ULL, 1ULL, 511ULL, 512ULL, 1536ULL, 1048063ULL, 1048575ULL, 123456789012345ULL}) {
+    for (const unsigned long long bytes :
+         {0ULL, 1ULL, 511ULL, 512ULL, 1536ULL, 1048063ULL, 1048575ULL, 123456789012345ULL, ~0ULL, (1ULL << 53) + 1}) {
         char expected[64];
         std::snprintf(expected, sizeof expected, "%.3f", static_cast<double>(bytes) / 1024);
         EXPECT_STREQ(vell::SizeText(bytes, vell::k_kib_bits).text(), expected);
