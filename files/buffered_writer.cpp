@@ -105,6 +105,7 @@ bool fWriteBuffer::close_file(bool final) noexcept {
         if (request_a != -1 && request_b != -1) return false;
         if (request_a == -1 && buffer_file_offset == 0 && used != 0) return begin_early_write();
     }
+    // NOLINTNEXTLINE(clang-analyzer-optin.cplusplus.VirtualCall): in the destructor the own class's is meant
     flush_buffers();
     close_descriptor();
     return true;

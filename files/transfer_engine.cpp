@@ -28,10 +28,6 @@ void wait_for_change() noexcept VELL_REQUIRES(engine_lock) {
     --waiting_threads;
 }
 
-void drop_reference(Transfer& transfer) noexcept VELL_REQUIRES(engine_lock) {
-    if (--transfer.references == 0) delete &transfer;
-}
-
 void hand_over(Transfer& transfer) noexcept VELL_REQUIRES(engine_lock) {
     const bool is_taken = transfer.backend->submit(transfer) == 0;
     transfer.state = is_taken ? TransferState::handed_over : TransferState::unattended;

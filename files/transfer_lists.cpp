@@ -49,6 +49,10 @@ void unlink(Transfer& transfer) noexcept {
     transfer.earlier = transfer.later = nullptr;
 }
 
+void drop_reference(Transfer& transfer) noexcept {
+    if (--transfer.references == 0) delete &transfer;
+}
+
 bool must_wait(const Transfer& transfer) noexcept {
     for (const Transfer* earlier = transfer.earlier; earlier != nullptr; earlier = earlier->earlier) {
         if (must_keep_order(*earlier, transfer)) return true;

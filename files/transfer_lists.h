@@ -49,6 +49,8 @@ extern DescriptorList descriptor_lists[k_descriptor_lists] VELL_GUARDED_BY(engin
 [[nodiscard]] DescriptorList& list_of(int descriptor) noexcept VELL_REQUIRES(engine_lock);
 void append(Transfer& transfer) noexcept VELL_REQUIRES(engine_lock);
 void unlink(Transfer& transfer) noexcept VELL_REQUIRES(engine_lock);
+/// Frees the transfer with its last reference.
+void drop_reference(Transfer& transfer) noexcept VELL_REQUIRES(engine_lock);
 /// True when an earlier transfer in flight must end before this one may begin.
 [[nodiscard]] bool must_wait(const Transfer& transfer) noexcept VELL_REQUIRES(engine_lock);
 /// Null when nothing is known about the descriptor.

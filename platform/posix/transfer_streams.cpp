@@ -33,10 +33,14 @@ struct Streams {
 };
 Streams streams;
 
+struct PolledJob {
+    TransferJob* job;
+};
+
 /// The set handed to poll. Used by the poller only; grows and never shrinks.
 struct PollSet {
     pollfd* entries = nullptr;
-    TransferJob** jobs = nullptr;
+    PolledJob* jobs = nullptr;  // beside the entries
     size_t capacity = 0;
     size_t count = 0;
 };
@@ -46,7 +50,7 @@ bool grow(PollSet& set, size_t wanted) noexcept {
     const size_t capacity = wanted * 2;
     auto* entries = static_cast<pollfd*>(std::realloc(set.entries, capacity * sizeof(pollfd)));
     if (entries != nullptr) set.entries = entries;
-    auto* jobs = static_cast<TransferJob**>(std::realloc(set.jobs, capacity * sizeof(TransferJob*)));
+    auto* jobs = static_cast<PolledJob*>(std::realloc(set.jobs, capacity * sizeof(PolledJob)));
     if (jobs != nullptr) set.jobs = jobs;
     if (entries == nullptr || jobs == nullptr) return false;
     set.capacity = capacity;
@@ -61,10 +65,10 @@ void gather(PollSet& set) noexcept VELL_REQUIRES(streams_lock) {
     if (!grow(set, count + 1)) count = set.capacity == 0 ? 0 : set.capacity - 1;
     set.count = 0;
     if (set.capacity == 0) return;
-    set.jobs[0] = nullptr;
+    set.jobs[0] = {nullptr};
     set.entries[set.count++] = {streams.wake_read, POLLIN, 0};
     for (TransferJob* job = streams.jobs; job != nullptr && set.count <= count; job = job->next) {
-        set.jobs[set.count] = job;
+        set.jobs[set.count] = {job};
         set.entries[set.count++] = {job->descriptor, static_cast<short>(job->is_write ? POLLOUT : POLLIN), 0};
     }
 }
@@ -113,7 +117,7 @@ TransferJob* serve_ready(const PollSet& set) noexcept VELL_REQUIRES(streams_lock
         if (set.entries[i].revents == 0) continue;
         // A job that was withdrawn during the poll is not ours any more and may be gone.
         TransferJob* job = streams.jobs;
-        while (job != nullptr && job != set.jobs[i])
+        while (job != nullptr && job != set.jobs[i].job)
             job = job->next;
         if (job == nullptr) continue;
         serve(*job);
