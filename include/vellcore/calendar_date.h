@@ -4,7 +4,7 @@
 // The calendar is the Gregorian one, extended to all years from 1; times are local. Names are English and nothing
 // follows the locale. An object has no lock of its own; different objects may be used by different threads at once.
 
-#include <cstdint>
+#include <cstddef>
 
 #include "export.h"
 
@@ -90,11 +90,11 @@ public:
     /// Kept: a leap day in the years of the two dates themselves is not counted.
     long operator-(const date& other) const noexcept;
 
-    int64_t m_days;      ///< absolute day number, 1 for 1 January of year 1
-    int32_t m_julian;    ///< day of the year from 1; -1 after an invalid date
-    int32_t m_year;      ///< in full: 2024
-    int32_t m_month;     ///< 1 to 12
-    int32_t m_day;       ///< 1 to 31
+    long long m_days;    ///< absolute day number, 1 for 1 January of year 1
+    int m_julian;        ///< day of the year from 1; -1 after an invalid date
+    int m_year;          ///< in full: 2024
+    int m_month;         ///< 1 to 12
+    int m_day;           ///< 1 to 31
     signed char m_hour;  ///< 0 to 23
     signed char m_minute;
     signed char m_second;
@@ -107,4 +107,6 @@ private:
     void number_days() noexcept;
     void find_month_and_day() noexcept;
 };
-static_assert(sizeof(date) == 32, "hosts know the layout");
+static_assert(sizeof(date) == 32 && offsetof(date, m_julian) == 8 && offsetof(date, m_year) == 12 &&
+                  offsetof(date, m_day) == 20 && offsetof(date, m_second) == 26,
+              "hosts know the layout");
