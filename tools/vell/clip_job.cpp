@@ -23,7 +23,7 @@ ClipJob::ClipJob(const ClipOptions& options, ClipReader& clip, uint64_t own_byte
     : options_(options),
       clip_(clip),
       heap_bytes_(chosen_heap_bytes(options, clip, own_bytes + FrameStore::frame_footprint(clip))),
-      heap_(heap_bytes_, own_bytes + FrameStore::frame_footprint(clip)),
+      heap_(clip.path(), heap_bytes_, own_bytes + FrameStore::frame_footprint(clip)),
       frames_(clip, heap_),
       progress_(clip.frame_count()) {}
 

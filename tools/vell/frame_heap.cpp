@@ -21,16 +21,16 @@ uint64_t header_bytes() {
 
 }  // namespace
 
-FrameHeap::FrameHeap(uint64_t heap_bytes, uint64_t least_bytes) {
+FrameHeap::FrameHeap(const std::string& clip, uint64_t heap_bytes, uint64_t least_bytes) {
     const uint64_t needed = least_bytes + header_bytes();  // the end marker takes a header too
     if (heap_bytes < needed) {
-        throw Failure{k_exit_small_heap, "a heap of " + format_byte_size(heap_bytes) +
-                                             " is too small for one frame of this clip: it takes at least " +
+        throw Failure{k_exit_small_heap, clip + ": a heap of " + format_byte_size(heap_bytes) +
+                                             " is too small for one frame: it takes at least " +
                                              std::to_string(whole_pages(needed) / 1024) + "K"};
     }
     heap_ = mheap_initialize("Clip", heap_bytes, mem_pagesize(), MHEAP_DISCARD, /*lock_flag*/ 0);
     if (heap_ == nullptr) {
-        throw Failure{k_exit_other, "no memory for a heap of " + format_byte_size(heap_bytes)};
+        throw Failure{k_exit_other, clip + ": no memory for a heap of " + format_byte_size(heap_bytes)};
     }
 }
 

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 
 struct _mheap;
 
@@ -10,9 +11,10 @@ namespace tool {
 /// One lockable heap; --heap is its size and the limit of everything that is kept per clip.
 class FrameHeap {
 public:
+    /// @param clip         whose frames it is for: its name stands in the message of a failure.
     /// @param least_bytes  what a job needs at least, as the sum of its blocks' footprints.
     /// Throws Failure when the heap would not hold that, or cannot be had.
-    FrameHeap(uint64_t heap_bytes, uint64_t least_bytes);
+    FrameHeap(const std::string& clip, uint64_t heap_bytes, uint64_t least_bytes);
     ~FrameHeap();
     FrameHeap(const FrameHeap&) = delete;
     FrameHeap& operator=(const FrameHeap&) = delete;

@@ -107,7 +107,7 @@ void describe(CLI::App& app, CommandLine& line) {
     for (CLI::App* job : jobs)
         add_job_options(*job, line);
     clip->get_subcommand("average")
-        ->add_option("--window", line.clip.window, "frames in the mean")
+        ->add_option("--window", line.clip.window, "frames in the mean, around each frame; fewer at the ends")
         ->required()
         ->check(CLI::Range(1u, tool::k_largest_window));
     CLI::App* doctor = app.add_subcommand("doctor", "print what the library found on this machine and chose");

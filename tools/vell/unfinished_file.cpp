@@ -3,6 +3,7 @@
 #include "unfinished_file.h"
 
 #include <fcntl.h>
+#include <pthread.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -21,13 +22,25 @@ constexpr int k_signals[] = {SIGINT, SIGTERM, SIGHUP, SIGQUIT};
 
 char to_remove[PATH_MAX];  // empty when there is nothing to remove
 
+pthread_t owner;  // the thread that makes and renames the file
+
+/// Runs on the owner, which cannot make the file again once it is removed here.
 void remove_and_end(int signal_number) {
+    if (pthread_equal(pthread_self(), owner) == 0) {
+        pthread_kill(owner, signal_number);
+        return;
+    }
     if (to_remove[0] != '\0') unlink(to_remove);
     std::signal(signal_number, SIG_DFL);
+    sigset_t own;
+    sigemptyset(&own);
+    sigaddset(&own, signal_number);
+    pthread_sigmask(SIG_UNBLOCK, &own, nullptr);
     std::raise(signal_number);
 }
 
 void catch_signals() {
+    owner = pthread_self();
     struct sigaction action {};
     action.sa_handler = remove_and_end;
     sigemptyset(&action.sa_mask);
@@ -46,11 +59,15 @@ UnfinishedFile::UnfinishedFile(const std::string& path) : path_(path) {
     const size_t name = path.rfind('/') == std::string::npos ? 0 : path.rfind('/') + 1;
     temporary_ = path.substr(0, name) + "." + path.substr(name) + "." + std::to_string(getpid()) + ".part";
     if (temporary_.size() >= sizeof to_remove) throw Failure{k_exit_unwritable, path + ": the name is too long"};
-    catch_signals();
-    const int file = open(temporary_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, k_file_mode);
-    if (file < 0) throw Failure{k_exit_unwritable, path + ": cannot be written: " + strerror(errno)};
-    close(file);
     std::memcpy(to_remove, temporary_.c_str(), temporary_.size() + 1);
+    catch_signals();
+    unlink(temporary_.c_str());  // left by a process that had this number before and was killed
+    const int file = open(temporary_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, k_file_mode);
+    if (file < 0) {
+        to_remove[0] = '\0';
+        throw Failure{k_exit_unwritable, path + ": cannot be written: " + strerror(errno)};
+    }
+    close(file);
 }
 
 UnfinishedFile::~UnfinishedFile() {
