@@ -11,6 +11,7 @@
 #include <cstring>
 
 #include "memory/raw_memory.h"
+#include "memory/size_text.h"
 #include "vellcore/block_memory.h"
 #include "vellcore/heap_set.h"
 #include "vellcore/message_log.h"
@@ -21,10 +22,6 @@ namespace {
 
 constexpr uint64_t k_prefix_bytes = 16;  // before the start
 constexpr uint64_t k_words_bytes = 16;   // requested size and back distance
-
-double kib_of(uint64_t bytes) noexcept {
-    return static_cast<double>(bytes) / 1024;
-}
 
 // An alignment may be any number, so the words before a block may stand at odd addresses.
 uint64_t read_word(const std::byte* at) noexcept {
@@ -55,7 +52,7 @@ void* a_alloc(uint64_t size, int32_t alignment) noexcept {
     auto* allocation =
         size > UINT64_MAX - extra ? nullptr : static_cast<std::byte*>(vell::raw_memory.allocate(size + extra));
     if (allocation == nullptr) {
-        msgerror("MEMORY: Aligned allocation failed.. (Requested: %.3f)", vell::kib_of(size));
+        msgerror("MEMORY: Aligned allocation failed.. (Requested: %s)", vell::SizeText(size, vell::k_kib_bits).text());
         return nullptr;
     }
     std::byte* start = allocation + vell::k_prefix_bytes;
@@ -71,7 +68,8 @@ void* a_alloc(uint64_t size, int32_t alignment) noexcept {
 void* a_realloc(void* block, uint64_t size, int32_t alignment) noexcept {
     void* fresh = a_alloc(size, alignment);
     if (fresh == nullptr) {
-        msgwarn("MEMORY: Aligned re-allocation failed.. (Requested: %.3f)", vell::kib_of(size));
+        msgwarn("MEMORY: Aligned re-allocation failed.. (Requested: %s)",
+                vell::SizeText(size, vell::k_kib_bits).text());
         return nullptr;
     }
     if (block == nullptr) return fresh;

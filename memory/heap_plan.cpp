@@ -22,7 +22,7 @@ uint64_t largest_block(uint64_t available, uint64_t max_block) noexcept {
 }
 
 uint64_t fair_share(uint64_t available) noexcept {
-    if (available < k_large_machine || available < k_sparing_from) return available / 2;
+    if (available < k_sparing_from) return available / 2;
     // In single precision, as the sizes that hosts know came about.
     return 4 * k_gib + static_cast<uint64_t>(static_cast<float>(available - 4 * k_gib) * 0.25F);
 }

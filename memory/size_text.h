@@ -1,6 +1,7 @@
 // Sizes in messages, with three decimals and a decimal point whatever the locale.
 #pragma once
 
+#include <cinttypes>
 #include <cstdint>
 #include <cstdio>
 
@@ -21,7 +22,7 @@ public:
         uint64_t thousandths = part * 1000 / unit;
         const uint64_t rest = part * 1000 % unit;
         if (2 * rest > unit || (2 * rest == unit && thousandths % 2 != 0)) ++thousandths;  // Ties go to even.
-        std::snprintf(text_, sizeof text_, "%llu.%03u", static_cast<unsigned long long>(whole + thousandths / 1000),
+        std::snprintf(text_, sizeof text_, "%" PRIu64 ".%03u", whole + thousandths / 1000,
                       static_cast<unsigned>(thousandths % 1000));
     }
     [[nodiscard]] const char* text() const noexcept { return text_; }

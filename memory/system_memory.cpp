@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "memory/size_text.h"
 #include "platform/immortal.h"
 #include "platform/lock.h"
 #include "platform/memory_size.h"
@@ -34,10 +35,6 @@ struct SystemAllocations {
 constinit Immortal<SystemAllocations> allocations VELL_GUARDED_BY(record_lock);
 
 std::atomic<int32_t> page_size{0};
-
-double kib_of(uint64_t bytes) noexcept {
-    return static_cast<double>(bytes) / 1024;
-}
 
 /// The record's position, looked for from the newest to the oldest; -1 when there is none.
 int64_t find_record(void* address) noexcept VELL_REQUIRES(record_lock) {
@@ -101,7 +98,7 @@ void* os_alloc(uint64_t size, int32_t locked) noexcept {
     const vell::ScopedLock lock(vell::record_lock);
     void* address = a_alloc(size, vell::k_system_alignment);
     if (address == nullptr) {
-        msgwarn("MEMORY: OS allocation failed, Requested: %.3f", vell::kib_of(size));
+        msgwarn("MEMORY: OS allocation failed, Requested: %s", vell::SizeText(size, vell::k_kib_bits).text());
         return nullptr;
     }
     allocations.value.records.append({address, size, locked});

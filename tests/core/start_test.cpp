@@ -151,16 +151,16 @@ TEST_F(Start, OfManyAtOnceExactlyOneStarts) {
 }
 
 TEST_F(Start, AKilledInstanceLeavesNoClaimBehindNorDoItsChildren) {
-    int held[2];
+    int ready[2], held[2];
+    ASSERT_EQ(pipe(ready), 0);
     ASSERT_EQ(pipe(held), 0);
     const pid_t first = spawn([&]() -> int {
+        char byte = 0;
         if (fork() == 0) {  // a child that outlives its parent
-            char byte = 0;
             close(held[1]);
-            _exit(read(held[0], &byte, 1) == 0 ? 0 : 1);
+            _exit(write(ready[1], &byte, 1) == 1 && read(held[0], &byte, 1) == 0 ? 0 : 1);
         }
-        raise(SIGKILL);
-        return 0;
+        return read(ready[0], &byte, 1) == 1 ? raise(SIGKILL) : 1;
     });
     EXPECT_EQ(wait_for(first), -SIGKILL);
     EXPECT_EQ(run(close_down), 0);
