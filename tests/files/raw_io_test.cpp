@@ -15,12 +15,6 @@
 #include "support/temporary_folder.h"
 #include "vellcore/file_io.h"
 
-// A child that starts threads is what one of the tests is about.
-extern "C" const char* __tsan_default_options();
-extern "C" __attribute__((visibility("default"))) const char* __tsan_default_options() {
-    return "die_after_fork=0";
-}
-
 namespace {
 
 constexpr bool k_uncached = true, k_cached = false, k_shared = true, k_exclusive = false, k_wait = true, k_ask = false;
