@@ -33,8 +33,8 @@ public:
     }
 
     void give_back(void* block) noexcept {
-        if (newest_ != nullptr && !push_newest()) return fresh_.free_blk(item_of(block));
-        *link_of(block) = top_ != freed_ ? link_of(top_[-1]) : static_cast<void*>(fresh_.next_free());
+        if (newest_ != nullptr) return give_back_one_more(block);
+        *link_of(block) = next_link();
         newest_ = block;
     }
 
@@ -51,15 +51,20 @@ private:
         return reinterpret_cast<Allocator<char>::_alloc_blk*>(link_of(block));
     }
 
-    /// Moves the newest freed item to the array. False when there is no memory for the array; the pool's own list
-    /// then takes what is freed.
-    bool push_newest() noexcept {
-        if (top_ == end_ && !extend()) return false;
-        *top_++ = newest_;
-        return true;
+    /// The item that would be handed out next if there were no newest.
+    void* next_link() const noexcept {
+        return top_ != freed_ ? link_of(top_[-1]) : static_cast<void*>(fresh_.next_free());
     }
 
-    [[gnu::noinline]] bool extend() noexcept {
+    /// Moves the newest freed item to the array first. Without memory for the array the pool's own list takes `block`.
+    [[gnu::noinline]] void give_back_one_more(void* block) noexcept {
+        if (top_ == end_ && !extend()) return fresh_.free_blk(item_of(block));
+        *link_of(block) = link_of(newest_);
+        *top_++ = newest_;
+        newest_ = block;
+    }
+
+    bool extend() noexcept {
         constexpr size_t k_first = 512;  // items: one page of the array
         const auto used = static_cast<size_t>(top_ - freed_);
         const size_t room = used == 0 ? k_first : used * 2;

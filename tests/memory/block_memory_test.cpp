@@ -136,11 +136,11 @@ protected:
     void SetUp() override {
         saved_ = vell::raw_memory;
         asked_for.clear();
-        vell::raw_memory.map_zeroed = [](size_t bytes) -> void* {
+        vell::raw_memory.map_zeroed = [](size_t bytes) noexcept -> void* {
             asked_for.push_back(bytes - 32);
             return bytes > largest_mapping ? nullptr : std::calloc(1, bytes);
         };
-        vell::raw_memory.unmap = [](void* memory, size_t) { std::free(memory); };
+        vell::raw_memory.unmap = [](void* memory, size_t) noexcept { std::free(memory); };
     }
     void TearDown() override { vell::raw_memory = saved_; }
     vell::RawMemory saved_;
