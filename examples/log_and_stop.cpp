@@ -23,7 +23,8 @@ int main(int argument_count, char** arguments) {
     }
 
     msgwarn("Clip '%s' has %d damaged frames", "reel_0042", 3);
-    for (int frame = 17; frame < 20; ++frame) msgcont("frame %d", frame);
+    for (int frame = 17; frame < 20; ++frame)
+        msgcont("frame %d", frame);
     msgdebug("only where the level is MSG_DEBUG");
 
     vl_closedown();

@@ -19,7 +19,8 @@ void sum_band(void* image_argument, void* sums_argument, void*, void*, void*, vo
     const int first = image.height * share / shares, last = image.height * (share + 1) / shares;
     long long sum = 0;
     for (int row = first; row < last; ++row)
-        for (int x = 0; x < image.width; ++x) sum += image.pixels[size_t(row) * size_t(image.width) + size_t(x)];
+        for (int x = 0; x < image.width; ++x)
+            sum += image.pixels[size_t(row) * size_t(image.width) + size_t(x)];
     static_cast<long long*>(sums_argument)[share] = sum;
 }
 
@@ -31,12 +32,14 @@ int main(int, char** arguments) {
 
     Image image;
     long long expected = 0;
-    for (size_t i = 0; i < image.pixels.size(); ++i) expected += image.pixels[i] = static_cast<unsigned char>(i * 7);
+    for (size_t i = 0; i < image.pixels.size(); ++i)
+        expected += image.pixels[i] = static_cast<unsigned char>(i * 7);
 
     std::vector<long long> sums(static_cast<size_t>(smp_numprocs()));
     smp_exec(sum_band, &image, sums.data());
     long long sum = 0;
-    for (const long long part : sums) sum += part;
+    for (const long long part : sums)
+        sum += part;
     std::printf("%d shares, sum %lld, %s\n", smp_numprocs(), sum, sum == expected ? "as expected" : "wrong");
 
     vl_closedown();

@@ -7,6 +7,12 @@ SEEN_BY_RUNTIME const char* __asan_default_options();
 SEEN_BY_RUNTIME const char* __tsan_default_options();
 SEEN_BY_RUNTIME const char* __ubsan_default_options();
 
-const char* __asan_default_options() { return "allocator_may_return_null=1:detect_stack_use_after_return=1"; }
-const char* __tsan_default_options() { return "allocator_may_return_null=1:halt_on_error=1:die_after_fork=0"; }
-const char* __ubsan_default_options() { return "print_stacktrace=1"; }
+const char* __asan_default_options() {
+    return "allocator_may_return_null=1:detect_stack_use_after_return=1";
+}
+const char* __tsan_default_options() {
+    return "allocator_may_return_null=1:halt_on_error=1:die_after_fork=0";
+}
+const char* __ubsan_default_options() {
+    return "print_stacktrace=1";
+}
