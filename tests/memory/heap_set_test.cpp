@@ -243,7 +243,7 @@ TEST_F(HeapSet, SetsCallbacksInTheFrameHeapOnly) {
 
 uint64_t refused_from = UINT64_MAX;  // bytes
 int arenas_left = INT32_MAX;         // allocations of 16 MiB and more
-void* allocate_reluctantly(size_t bytes) {
+void* allocate_reluctantly(size_t bytes) noexcept {
     if (bytes >= 16 * k_mib && --arenas_left < 0) return nullptr;
     return bytes >= refused_from ? nullptr : std::malloc(bytes);
 }

@@ -336,7 +336,7 @@ TEST(MHeap, GrowsAndRebasesEveryOwner) {
     EXPECT_TRUE(os_check_ptr(heap->base));
 }
 
-void* refuse(size_t) {
+void* refuse(size_t) noexcept {
     return nullptr;
 }
 
