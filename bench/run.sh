@@ -15,11 +15,11 @@ done
 # A name is group/who[/arguments]; rows of one group and one set of arguments are peers.
 awk -F, '
   { gsub(/"/, "", $1); n = split($1, part, "/"); arguments = ""
-    for (i = 3; i <= n; ++i) if (part[i] != "real_time") arguments = arguments "/" part[i]
+    for (i = 3; i <= n; ++i) if (part[i] !~ /^(real_time|manual_time|iterations:.*)$/) arguments = arguments "/" part[i]
     key = part[1] arguments
     if (!(key in seen)) { seen[key] = 1; order[++keys] = key }
     factor = $5 == "us" ? 1e3 : $5 == "ms" ? 1e6 : $5 == "s" ? 1e9 : 1
-    is_wall = $1 ~ /real_time/
+    is_wall = $1 ~ /(real|manual)_time/
     time = (is_wall ? $3 : $4) * factor
     if (part[2] == "vellcore") ours[key] = time
     else { peers[key] = peers[key] SUBSEP part[2]; of[key, part[2]] = time } }
