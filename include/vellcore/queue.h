@@ -15,8 +15,8 @@ public:
     /// A capacity below 1, or one that memory is too short for, makes a queue that is always full.
     explicit vl_queue(int64_t capacity) noexcept
         : mutex_(mp_new_mutex(0)),
-          capacity_(capacity < 1 ? 0 : capacity),
-          storage_(capacity < 1 ? nullptr : new (std::nothrow) T[static_cast<size_t>(capacity)]) {
+          capacity_(is_possible(capacity) ? capacity : 0),
+          storage_(capacity_ == 0 ? nullptr : new (std::nothrow) T[static_cast<size_t>(capacity_)]) {
         if (storage_ == nullptr) capacity_ = 0;
     }
     virtual ~vl_queue() {
@@ -52,6 +52,11 @@ public:
     }
 
 private:
+    // Checked here, since compilers differ on whether an impossible array throws.
+    static constexpr bool is_possible(int64_t capacity) noexcept {
+        return capacity > 0 && static_cast<uint64_t>(capacity) <= uint64_t{PTRDIFF_MAX} / sizeof(T);
+    }
+
     __mutex_str* mutex_;
     int64_t capacity_;  // items
     int64_t count_ = 0;

@@ -92,8 +92,8 @@ TEST(Queue, KeepsOrderAcrossTheWrapAndDropsWhatDoesNotFit) {
         }
         EXPECT_FALSE(queue.take(out));
     }
-    vl_queue<int> none(-4);
-    EXPECT_FALSE(none.put(1));
+    for (const int64_t impossible : {int64_t{-4}, int64_t{0}, INT64_MAX})
+        EXPECT_FALSE(vl_queue<int>(impossible).put(1));
 }
 
 TEST(Queue, LosesAndDoublesNothingBetweenThreads) {
