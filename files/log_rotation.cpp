@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "platform/posix/file_calls.h"
 #include "vellcore/file_operations.h"
 #include "vellcore/message_log.h"
 
@@ -34,6 +35,12 @@ bool name_copy(char (&out)[PATH_MAX], const char* path, const SplitPath& parts, 
     return length > 0 && static_cast<size_t>(length) < sizeof out;
 }
 
+/// Renames a copy. file_move refuses a destination without a folder, which a log in the current folder is.
+bool rename_copy(const char* older, const char* newer) noexcept {
+    if (strchr(newer, '/') == nullptr) return file_calls.rename(older, newer) == 0;
+    return file_move(older, newer, /*overwrite*/ true) == 0;
+}
+
 /// Moves one copy to the next number. @return true when it was moved.
 bool shift_copy(const char* older, const char* newer) noexcept {
     if (!file_exists(older)) return false;
@@ -41,7 +48,7 @@ bool shift_copy(const char* older, const char* newer) noexcept {
         msgerror("F-BK: Failed to remove...(%s)", _errormsg());
         msgcont("File: '%s'", newer);
     }
-    if (file_move(older, newer, /*overwrite*/ true) == 0) return true;
+    if (rename_copy(older, newer)) return true;
     msgerror("F-BK: Failed to rename...(%s)", _errormsg());
     msgcont("File: '%s'", older);
     return false;

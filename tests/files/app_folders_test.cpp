@@ -120,7 +120,10 @@ TEST_F(AppFoldersTest, LogToTheCurrentFolderWhenTheLogFolderCannotBeMade) {
     ASSERT_EQ(chdir(folder.path().c_str()), 0);
     file_initialize("editor", "VELL_TEST_DATA");
     EXPECT_STREQ(file_get_logfile(), "editor.log");
+    msginfo("first start");
+    file_initialize("editor", "VELL_TEST_DATA");
     EXPECT_TRUE(file_exists("editor.log"));
+    EXPECT_NE(read_whole_file("editor.1.log").find("first start"), std::string::npos);
 }
 
 TEST_F(AppFoldersTest, LogToStandardErrorWithoutAName) {
