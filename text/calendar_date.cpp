@@ -95,9 +95,10 @@ void date::number_days() noexcept {
 }
 
 void date::init(long t) noexcept {
+    constexpr int32_t k_largest_tm_year = std::numeric_limits<int32_t>::max() - 1900;
     const time_t seconds = t;
     tm parts{};
-    if (localtime_r(&seconds, &parts) == nullptr) {
+    if (localtime_r(&seconds, &parts) == nullptr || parts.tm_year > k_largest_tm_year) {
         store(0, 0, 0, 0, 0, 0);
         m_julian = 0;
         m_days = 0;

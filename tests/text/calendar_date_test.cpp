@@ -222,9 +222,12 @@ TEST(Date, TakesStandardTimeBack) {
     const date winter(2021, 1, 5, 12, 0, 0), summer(2021, 7, 5, 12, 0, 0);
     EXPECT_TRUE(date(static_cast<long>(winter)) == winter);
     EXPECT_EQ(date(static_cast<long>(summer)).m_hour, 13);
-    date none(LONG_MAX);
-    EXPECT_EQ(none.m_days, 0);
-    EXPECT_EQ(none.m_year, 0);
+    // The second is a time that the system can break down, into a year whose full number does not fit its field.
+    for (const long t : {LONG_MAX, 67768036191000000L}) {
+        const date none(t);
+        EXPECT_EQ(none.m_days, 0);
+        EXPECT_EQ(none.m_year, 0);
+    }
 }
 
 }  // namespace
