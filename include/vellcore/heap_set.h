@@ -9,9 +9,7 @@
 #include <cstdint>
 
 #include "export.h"
-
-struct _mheap;
-typedef void (*mheap_discard_callback)(void* data);
+#include "lockable_heap.h"
 
 enum MEM_HEAP_ID : uint32_t {
     MEM_HEAP_AUTO = 0,  ///< by size: below 256 KiB Proxy, else Frame; then the other one; then system memory
