@@ -138,11 +138,11 @@ TEST(VellClip, OfNoFramesStaysOne) {
     }
 }
 
-TEST(VellClip, ReplacesAnOldResultWithTheCallersPermissions) {
+TEST(VellClip, HasTheOldResultsPermissionsOrTheCallers) {
     const TemporaryFolder folder;
     const ReferenceClip clip = random_clip("YUV4MPEG2 W8 H8 F25:1", 3, 27);
     const std::string in = folder.write("in.y4m", clip_text(clip));
-    folder.write("target", "old");
+    ASSERT_EQ(chmod(folder.write("target", "old").c_str(), 0600), 0);
     ASSERT_EQ(symlink("target", (folder / "link").c_str()), 0);
     const mode_t before = umask(027);
     EXPECT_EQ(run_vell(folder, {"clip", "reverse", in, folder / "link"}).code, 0);
@@ -150,6 +150,8 @@ TEST(VellClip, ReplacesAnOldResultWithTheCallersPermissions) {
     umask(before);
     EXPECT_TRUE(read_whole_file(folder / "target") == clip_text(reversed_clip(clip)));
     struct stat facts {};
+    ASSERT_EQ(stat((folder / "target").c_str(), &facts), 0);
+    EXPECT_EQ(facts.st_mode & 0777, 0600u);
     ASSERT_EQ(stat((folder / "new").c_str(), &facts), 0);
     EXPECT_EQ(facts.st_mode & 0777, 0640u);
 }

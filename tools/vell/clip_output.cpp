@@ -101,6 +101,7 @@ std::string resolved(const std::string& path) {
 
 std::unique_ptr<ClipOutput> open_clip_output(const std::string& path, const std::string& input) {
     if (path == "-") return std::make_unique<StreamOutput>("standard output", STDOUT_FILENO);
+    if (path.empty()) throw Failure{k_exit_command_line, "the output has no name"};
     struct stat there {};
     struct stat source {};
     const bool is_there = stat(path.c_str(), &there) == 0;
@@ -108,6 +109,8 @@ std::unique_ptr<ClipOutput> open_clip_output(const std::string& path, const std:
         there.st_ino == source.st_ino) {
         throw Failure{k_exit_command_line, path + ": is the input clip; choose another output"};
     }
+    // The folder alone would let a protected file be replaced.
+    if (is_there && access(path.c_str(), W_OK) != 0) fail(path, "cannot be written", errno);
     if (!is_there || S_ISREG(there.st_mode)) return std::make_unique<FileOutput>(resolved(path));
     const int stream = open(path.c_str(), O_WRONLY | O_CLOEXEC);
     if (stream < 0) fail(path, "cannot be written", errno);

@@ -4,6 +4,7 @@
 
 #include <fcntl.h>
 #include <pthread.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -18,6 +19,7 @@ namespace tool {
 namespace {
 
 constexpr mode_t k_file_mode = 0666;
+constexpr mode_t k_permissions = 0777;
 constexpr int k_signals[] = {SIGINT, SIGTERM, SIGHUP, SIGQUIT};
 
 char to_remove[PATH_MAX];  // empty when there is nothing to remove
@@ -79,6 +81,9 @@ int UnfinishedFile::keep() {
     const int file = open(temporary_.c_str(), O_RDONLY | O_CLOEXEC);
     if (file < 0) return errno;
     const int sync_error = fsync(file) == 0 ? 0 : errno;
+    struct stat old {};
+    // A result that was private stays so. Where the system refuses, the caller's own permissions do.
+    if (stat(path_.c_str(), &old) == 0 && fchmod(file, old.st_mode & k_permissions) != 0) errno = 0;
     close(file);
     if (sync_error != 0) return sync_error;
     if (std::rename(temporary_.c_str(), path_.c_str()) != 0) return errno;
