@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <functional>
 #include <string>
+#include <vector>
 
 #include "byte_size.h"
 #include "clip_commands.h"
@@ -125,6 +126,11 @@ int run(int argc, char** argv) {
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
+        // The parser would only say that a command is missing.
+        const std::vector<std::string> unknown = app.remaining(/*recurse*/ true);
+        if (error.get_name() == "RequiredError" && !unknown.empty()) {
+            std::fprintf(stderr, "vell: '%s' is not understood\n", unknown.front().c_str());
+        }
         return app.exit(error) == 0 ? tool::k_exit_done : tool::k_exit_command_line;
     }
     std::signal(SIGPIPE, SIG_IGN);  // a closed pipe is told of by the write
