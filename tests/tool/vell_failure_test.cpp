@@ -46,7 +46,9 @@ TEST_F(VellFailure, NamesTheFrameAtWhichAClipEnds) {
         const char* text;
     } cases[] = {{clip.size() - 1, "frame 5 at byte"},
                  {clip.find("FRAME") + 6 + 10, "frame 0 at byte"},
-                 {clip.find("FRAME") + 3, "line of frame 0"}};
+                 {clip.find("FRAME") + 3, "line of frame 0"},
+                 {clip.find("FRAME") - 1, "ends inside the header"},
+                 {20, "ends inside the header"}};
     for (const auto& c : cases) {
         folder.write("in.y4m", clip.substr(0, c.bytes));
         for (const char* command : {"proxy", "reverse"}) {
@@ -68,6 +70,8 @@ TEST_F(VellFailure, RefusesWhatIsNoClip) {
         {"YUV4MPEG2 W4\n", "no frame size"},
         {"YUV4MPEG2 W4 H4\nFRAMES\n" + std::string(24, 'x'), "no FRAME line: frame 0 at byte 16"},
         {"YUV4MPEG2 W4 H4\nFRAME\n" + std::string(24, 'x') + "frame\n" + std::string(2000, 'x'), "frame 1 at byte 46"},
+        {"YUV4MPEG2 W4 H4\nFRAME\n" + std::string(24, 'x') + "junk", "frame 1 at byte 46"},
+        {"YUV4MPEG2 W4 H4 X" + std::string(9000, 'x'), "the header does not end"},
     };
     for (const auto& c : cases) {
         folder.write("in.y4m", c.content);
@@ -86,6 +90,11 @@ TEST_F(VellFailure, NamesAnOutputThatCannotBeWritten) {
     expect_failure({"clip", "framemd5", in}, 6, "standard output: cannot be written", "/dev/full");
     expect_failure({"clip", "info", in}, 6, "standard output: cannot be written", "/dev/full");
     expect_failure({"clip", "reverse", in, folder / "absent/out"}, 6, "out: cannot be written: No such file");
+    expect_failure({"clip", "reverse", in, ""}, 2, "the output has no name");
+    if (geteuid() == 0) return;  // nothing is protected from root
+    names = {"in.y4m", "protected"};
+    ASSERT_EQ(chmod(folder.write("protected", "old").c_str(), 0400), 0);
+    expect_failure({"clip", "reverse", in, folder / "protected"}, 6, "protected: cannot be written: Permission denied");
 }
 
 // A limit on the file's size stands for the full disk: the write fails in the middle of the result.
@@ -137,6 +146,7 @@ TEST_F(VellFailure, ExplainsAWrongCommandLine) {
                                               {"nonsense"}};
     for (const auto& arguments : cases)
         expect_failure(arguments, 2, "Run with --help");
+    expect_failure({"clip", "mirror", "x"}, 2, "'mirror' is not understood");
     EXPECT_EQ(run_vell(folder, {"--help"}).code, 0);
     EXPECT_EQ(run_vell(folder, {"clip", "proxy", "--help"}).code, 0);
     EXPECT_EQ(run_vell(folder, {"--version"}).code, 0);

@@ -73,41 +73,45 @@ uint64_t ClipReader::buffer_bytes() const {
     return format_.frame_bytes() + 2 * direct_.alignment;
 }
 
-/// The text from `position` to the next line end, which is not part of it; empty when there is none near enough.
-std::string ClipReader::read_line(uint64_t position, size_t longest, uint64_t file_bytes) {
+/// The text from `position` to the next line end, or as far as a line may reach.
+ClipReader::Line ClipReader::read_line(uint64_t position, size_t longest, uint64_t file_bytes) {
     const uint64_t unit = direct_.alignment;
     const uint64_t start = rounded_down(position, unit);
-    const uint64_t wanted = rounded_up(position + std::min<uint64_t>(longest, file_bytes - position), unit) - start;
-    std::vector<char> text(wanted);
+    const uint64_t text_end = position + std::min<uint64_t>(longest, file_bytes - position);
+    std::vector<char> text(rounded_up(text_end, unit) - start);
     if (direct_.read_raw_bytes(text.data(), start, text.size(), text.size()) == 0) {
         fail(k_exit_unreadable, path_, "cannot be read at byte " + std::to_string(start));
     }
     const auto begin = text.begin() + static_cast<ptrdiff_t>(position - start);
-    const auto limit = text.begin() + static_cast<ptrdiff_t>(std::min(text.size(), file_bytes - start));
+    const auto limit = text.begin() + static_cast<ptrdiff_t>(text_end - start);
     const auto end = std::find(begin, limit, '\n');
-    return end != limit ? std::string(begin, end) : std::string();
+    return {std::string(begin, end), end != limit, end == limit && text_end == file_bytes};
 }
 
 void ClipReader::read_header(uint64_t file_bytes) {
-    const std::string line = file_bytes > 0 ? read_line(0, k_longest_header, file_bytes) : std::string();
+    const Line line = file_bytes > 0 ? read_line(0, k_longest_header, file_bytes) : Line();
     std::string problem = "not a YUV4MPEG2 clip";
-    const auto parsed = parse_clip_header(line, problem);
-    if (!parsed) fail(k_exit_bad_header, path_, problem);
+    const auto parsed = parse_clip_header(line.text, problem);
+    if (!line.has_end && is_clip_header(line.text)) {
+        if (line.meets_end) fail(k_exit_truncated, path_, "truncated: ends inside the header");
+        problem = "the header does not end within " + std::to_string(k_longest_header) + " bytes";
+    }
+    if (!parsed || !line.has_end) fail(k_exit_bad_header, path_, problem);
     format_ = *parsed;
-    first_frame_line_ = line.size() + 1;
+    first_frame_line_ = line.text.size() + 1;
 }
 
 void ClipReader::find_frames(uint64_t file_bytes) {
     const uint64_t frame_bytes = format_.frame_bytes();
     for (uint64_t position = first_frame_line_; position < file_bytes;) {
         const size_t frame = frame_starts_.size();
-        const std::string line = read_line(position, k_longest_frame_line, file_bytes);
-        const auto parameters = parse_frame_line(line);
-        if (!parameters && file_bytes - position < k_longest_frame_line && line.empty()) {
+        const Line line = read_line(position, k_longest_frame_line, file_bytes);
+        const auto parameters = parse_frame_line(line.text);
+        if (line.meets_end && (parameters || is_start_of_frame_line(line.text))) {
             fail(k_exit_truncated, path_, "truncated: ends inside the line of " + place(frame, position));
         }
-        if (!parameters) fail(k_exit_bad_header, path_, "no FRAME line: " + place(frame, position));
-        const uint64_t start = position + line.size() + 1;
+        if (!parameters || !line.has_end) fail(k_exit_bad_header, path_, "no FRAME line: " + place(frame, position));
+        const uint64_t start = position + line.text.size() + 1;
         if (file_bytes - start < frame_bytes) {
             fail(k_exit_truncated, path_,
                  "truncated: " + place(frame, start) + " needs " + std::to_string(frame_bytes) + " bytes, " +

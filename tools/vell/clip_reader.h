@@ -30,9 +30,15 @@ public:
     void read_frame(size_t frame, void* buffer);
 
 private:
+    struct Line {
+        std::string text;        // without the line end
+        bool has_end = false;    // else what there is of it
+        bool meets_end = false;  // of the file: nothing follows the text
+    };
+
     void read_header(uint64_t file_bytes);
     void find_frames(uint64_t file_bytes);
-    [[nodiscard]] std::string read_line(uint64_t position, size_t longest, uint64_t file_bytes);
+    [[nodiscard]] Line read_line(uint64_t position, size_t longest, uint64_t file_bytes);
     [[nodiscard]] bool read_streamed(uint64_t position, void* buffer);
     [[nodiscard]] bool read_directly(uint64_t position, void* buffer);
 

@@ -111,8 +111,12 @@ ClipFormat ClipFormat::halved() const {
     return half;
 }
 
+bool is_clip_header(std::string_view line) {
+    return line.starts_with(k_magic) && (line.size() == k_magic.size() || line[k_magic.size()] == ' ');
+}
+
 std::optional<ClipFormat> parse_clip_header(std::string_view line, std::string& problem) {
-    if (line.substr(0, k_magic.size()) != k_magic || (line.size() > k_magic.size() && line[k_magic.size()] != ' ')) {
+    if (!is_clip_header(line)) {
         problem = "not a YUV4MPEG2 clip";
         return std::nullopt;
     }
@@ -141,6 +145,10 @@ std::string format_clip_header(const ClipFormat& format) {
     for (const std::string& parameter : format.parameters)
         line += " " + parameter;
     return line + "\n";
+}
+
+bool is_start_of_frame_line(std::string_view text) {
+    return k_frame_magic.starts_with(text);
 }
 
 std::optional<std::string> parse_frame_line(std::string_view line) {

@@ -48,6 +48,9 @@ struct ClipFormat {
 inline constexpr size_t k_longest_header = 4096;
 inline constexpr size_t k_longest_frame_line = 1024;
 
+/// True for a line, or the start of one, that only a clip has.
+[[nodiscard]] bool is_clip_header(std::string_view line);
+
 /// Reads a clip's first line, without its line end.
 /// @return  nothing, with the reason in `problem`, for what is no clip or not supported.
 [[nodiscard]] std::optional<ClipFormat> parse_clip_header(std::string_view line, std::string& problem);
@@ -57,6 +60,9 @@ inline constexpr size_t k_longest_frame_line = 1024;
 
 /// The parameters of a frame's line, without its line end: "" or " Ixyz". Nothing for any other line.
 [[nodiscard]] std::optional<std::string> parse_frame_line(std::string_view line);
+
+/// True for what may be the first bytes of a frame's line that is cut off: "FR".
+[[nodiscard]] bool is_start_of_frame_line(std::string_view text);
 
 /// A frame's line, with its line end.
 [[nodiscard]] std::string format_frame_line(std::string_view parameters);
