@@ -15,7 +15,7 @@ namespace tool {
 /// read of its own. One thread at a time.
 class ClipReader {
 public:
-    /// Throws Failure when the file cannot be read, is no clip, or ends inside a frame.
+    /// Throws Failure when the file cannot be read, is no clip, or is truncated.
     explicit ClipReader(const std::string& path);
 
     [[nodiscard]] const std::string& path() const { return path_; }
