@@ -82,7 +82,7 @@ void write_head(Start& start) {
     facts.level = start.level;
     date().format(start.date_text, true);
     facts.date_text = start.date_text;
-    if (gethostname(start.host_name, sizeof start.host_name - 1) != 0)
+    if (gethostname(start.host_name, sizeof start.host_name) != 0)
         std::snprintf(start.host_name, sizeof start.host_name, "?");
     facts.host_name = start.host_name;
     facts.code_path = file_get_code();

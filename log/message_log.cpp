@@ -8,6 +8,7 @@
 // a freed lock. Its owner is known: a thread that enters the log again while it holds the lock (from a signal
 // handler), and the thread that reports a crash, write past the buffer with a bare write(2).
 
+#include <poll.h>
 #include <pthread.h>
 #include <unistd.h>
 
@@ -162,6 +163,14 @@ void write_line(int32_t level, size_t length) noexcept VELL_REQUIRES(message_loc
     std::fflush(stream);
 }
 
+/// Writes to the log's descriptor. The crash report does not wait for a reader of a full pipe: it drops the line.
+void write_raw(const char* line, size_t bytes) noexcept {
+    constexpr int k_room_limit_ms = 100;
+    pollfd room{.fd = state.descriptor.load(std::memory_order_relaxed), .events = POLLOUT, .revents = 0};
+    if (room.fd < 0 || (is_reporting_crash() && poll(&room, 1, k_room_limit_ms) == 0)) return;
+    if (write(room.fd, line, bytes) < 0) errno = 0;
+}
+
 /// Writes a line without the log's buffer and stream: for a thread that is inside the log already, and for the
 /// crash report. A moment's wait keeps the lines of others whole; after it the line goes out all the same.
 void write_line_unbuffered(int32_t level, const char* format, va_list arguments) noexcept VELL_NO_LOCK_CHECK
@@ -187,8 +196,7 @@ void write_line_unbuffered(int32_t level, const char* format, va_list arguments)
     const bool is_inside = state.owner.load(std::memory_order_relaxed) == pthread_self();
     const bool is_locked = !is_inside && !lock_given_up.load() && message_lock.lock_within(k_crash_lock_limit_ns);
     if (!is_inside && !is_locked) lock_given_up.store(true);
-    const int descriptor = state.descriptor.load(std::memory_order_relaxed);
-    if (descriptor >= 0 && write(descriptor, line, k_prefix_bytes + length) < 0) errno = 0;
+    write_raw(line, k_prefix_bytes + length);
     if (is_locked) message_lock.unlock();
 }
 

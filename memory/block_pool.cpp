@@ -40,7 +40,6 @@ Chunk* obtain_chunk(uint64_t items, uint64_t stride) noexcept {
             *chunk = {memory + sizeof(Chunk), memory + bytes, bytes, 0};
             return chunk;
         }
-        if (count == 0) break;
     }
     return nullptr;
 }

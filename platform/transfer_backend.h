@@ -86,7 +86,7 @@ const TransferBackend& preferred_backend() noexcept;
 
 // --- For the back ends ----------------------------------------------------------------------------------------
 
-/// Starts a detached thread that blocks all signals and has an alternate signal stack. 0 or an error number.
+/// Starts a detached thread that blocks all signals but faults and has an alternate signal stack. 0 or an error number.
 int start_transfer_thread(const char* name, void (*entry)()) noexcept;
 
 /// At most `bytes` of what a pipe, socket or terminal has ready or has room for, without waiting where the system

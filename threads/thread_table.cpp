@@ -12,6 +12,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <climits>
 #include <cstring>
 #include <new>
 
@@ -52,7 +53,18 @@ struct StartBlock {
     char name[k_name_bytes];
 };
 
-thread_local char own_name[k_name_bytes];  // empty in threads that the library did not start
+thread_local char own_name[k_name_bytes];
+
+/// Leads to own_name in threads that the library started. The first look at a thread_local of a library that was
+/// loaded late allocates; the crash report cannot, when the crash happened inside the allocator.
+pthread_key_t own_name_key() noexcept {
+    static const pthread_key_t key = [] {
+        pthread_key_t made{};
+        if (pthread_key_create(&made, nullptr) != 0) made = PTHREAD_KEYS_MAX;
+        return made;
+    }();
+    return key;
+}
 
 /// Cuts to 31 characters and fills the rest with zeros.
 void copy_name(char* destination, const char* name) noexcept {
@@ -138,6 +150,16 @@ bool find_own_name(char* name) noexcept VELL_REQUIRES(table_lock) {
     return false;
 }
 
+/// Room for a name that was looked up. Apart, so that the crash report does not look at the thread_local.
+[[gnu::noinline]] char* answer_buffer() noexcept {
+    thread_local char answer[k_name_bytes];
+    return answer;
+}
+char* answer_buffer_of_crash() noexcept {
+    static char answer[k_name_bytes];  // one thread reports a crash
+    return answer;
+}
+
 /// Takes the table's lock; on the thread that reports a crash only when it can be had soon.
 bool lock_table_for_name() noexcept VELL_TRY_ACQUIRE(true, table_lock) {
     if (is_reporting_crash()) return table_lock.lock_within(k_crash_lock_limit_ns);
@@ -149,6 +171,7 @@ bool lock_table_for_name() noexcept VELL_TRY_ACQUIRE(true, table_lock) {
 
 void set_own_thread_name(const char* name) noexcept {
     copy_name(own_name, name);
+    pthread_setspecific(own_name_key(), own_name);
 }
 
 }  // namespace vell
@@ -234,9 +257,10 @@ bool mp_detach_thread(int32_t index) noexcept {
 }
 
 const char* mp_get_thread_name() noexcept {
-    if (vell::own_name[0] != '\0') return vell::own_name;
+    if (const void* own = pthread_getspecific(vell::own_name_key()); own != nullptr)
+        return static_cast<const char*>(own);
     const vell::CancelShield shield;
-    thread_local char found[vell::k_name_bytes];
+    char* found = vell::is_reporting_crash() ? vell::answer_buffer_of_crash() : vell::answer_buffer();
     std::memcpy(found, vell::k_unknown, sizeof vell::k_unknown);
     if (!vell::lock_table_for_name()) return found;
     if (table.value.is_open) vell::find_own_name(found);

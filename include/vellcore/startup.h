@@ -44,7 +44,8 @@ VELL_API bool vl_modulename(char* destination, int32_t length) noexcept;
 
 /// Writes the crash report into the log: "Fatal Error, Exception: 0x%08x, Thread: %s" between two lines of stars.
 /// The thread that started the library and has no name in the thread table is called "VL-Main".
-/// Never waits long: after 100 ms on a lock that another thread holds, it goes on without it.
+/// Under sig_handler it never waits long: after 100 ms on a lock that another thread holds it goes on without it, and
+/// a line that the log's descriptor does not take within 100 ms is dropped.
 /// @return  0.
 VELL_API int32_t vellExceptionFilter(int32_t code, void* ignored) noexcept;
 

@@ -7,6 +7,7 @@
 
 #include <cerrno>
 #include <csignal>
+#include <initializer_list>
 #include <new>
 
 #include "platform/crash.h"
@@ -125,11 +126,14 @@ int start_transfer_thread(const char* name, void (*entry)()) noexcept {
     pthread_attr_t attributes;
     pthread_attr_init(&attributes);
     pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
-    // The host's signal handlers belong on the host's threads; the fatal ones are not held back by a mask.
-    sigset_t all;
+    // The host's signal handlers belong on the host's threads. A fault is the thread's own: blocked, it would end the
+    // process without a crash report.
+    sigset_t blocked;
     sigset_t previous;
-    sigfillset(&all);
-    pthread_sigmask(SIG_SETMASK, &all, &previous);
+    sigfillset(&blocked);
+    for (const int fault : {SIGILL, SIGSEGV, SIGBUS, SIGFPE, SIGSYS, SIGTRAP})
+        sigdelset(&blocked, fault);
+    pthread_sigmask(SIG_SETMASK, &blocked, &previous);
     pthread_t thread{};
     const int error = file_calls.create_thread(&thread, &attributes, run_thread, start);
     pthread_sigmask(SIG_SETMASK, &previous, nullptr);

@@ -1,6 +1,7 @@
 // Start-up and shutdown as a host lives them: each in a process of its own, with an application name, a data folder
 // and a runtime folder of its own.
 
+#include <fcntl.h>
 #include <signal.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -14,6 +15,7 @@
 #include <functional>
 #include <thread>
 
+#include "platform/transfer_backend.h"
 #include "support/temporary_folder.h"
 #include "vellcore/heap_set.h"
 #include "vellcore/message_log.h"
@@ -198,6 +200,18 @@ TEST_F(Start, EveryCrashIsReportedAndEndsByAbort) {
          [] {
              std::thread([] { raise(SIGSEGV); }).join();
              return 0;
+         },
+         "Exception: 0x0000000b, Thread: Unknown"},
+        {"on a transfer thread",
+         [] {
+             static vell::TransferJob job;
+             static char byte = 0;
+             job.descriptor = open("/dev/zero", O_RDONLY | O_CLOEXEC);
+             job.buffer = reinterpret_cast<std::byte*>(&byte);
+             job.length = sizeof byte;
+             static volatile uintptr_t nowhere = 8;
+             job.ended = [](vell::TransferJob&) { *reinterpret_cast<volatile int*>(nowhere) = 1; };
+             return vell::threads_backend.submit(job) == 0 ? pause() : 1;
          },
          "Exception: 0x0000000b, Thread: Unknown"},
         {"inside the log", [] { return msginfo("%s", reinterpret_cast<const char*>(uintptr_t{1})); },

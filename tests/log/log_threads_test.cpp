@@ -120,14 +120,16 @@ std::string report_of(Crash crash) {
     return WIFSIGNALED(status) && WTERMSIG(status) == SIGABRT ? text : "did not abort: " + text;
 }
 
-/// Opens the log on a pipe that nobody reads and has another thread block inside it.
+/// Opens the log on a pipe that nobody reads and has another thread block inside it. Every line fills a page of the
+/// pipe, so that not even a short line finds room.
 int block_the_log() {
+    constexpr size_t k_page_of_text = 4096 - sizeof "14:03:07.25 INFO : 00 " - sizeof '\n';
     int ends[2];
     if (pipe(ends) != 0) return -1;
     msg_initialize(fdopen(ends[1], "w"));
     std::thread([] {
         for (int i = 0;; ++i)
-            msginfo("%d %s", i, std::string(3000, 'b').c_str());
+            msginfo("%2d %s", i, std::string(k_page_of_text, 'b').c_str());
     }).detach();
     pollfd room{.fd = ends[1], .events = POLLOUT, .revents = 0};
     while (poll(&room, 1, 0) > 0)
@@ -143,6 +145,17 @@ TEST(LogThreads, CrashReportGetsPastAThreadThatIsStuckInTheLog) {
         msgcont("details");
     });
     EXPECT_NE(text.find("ERROR: crash\n                 : details\n"), std::string::npos) << text;
+}
+
+TEST(LogThreads, CrashReportGivesUpOnAReaderThatSleeps) {
+    const std::string text = report_of([](int) {
+        alarm(60);  // ends a report that waits, by another signal
+        block_the_log();
+        vell::begin_crash_report();
+        EXPECT_EQ(msgerror("crash"), 1);
+        EXPECT_EQ(msgcont("details"), 1);
+    });
+    EXPECT_EQ(text, "");
 }
 
 int log_descriptor = -1;
