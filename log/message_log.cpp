@@ -55,8 +55,9 @@ struct Log {
     char kept[k_kept_bytes + 2] VELL_GUARDED_BY(message_lock) = {};  // the last line written
     size_t last_length VELL_GUARDED_BY(message_lock) = 0;            // of the last entry, at most 256
     int32_t repeats VELL_GUARDED_BY(message_lock) = 0;               // swallowed since the last line written
-    double clock_base = 0;        // process clock when the time of day was read, seconds; 0 = not read yet
-    double day_seconds_base = 0;  // local time of day at clock_base, seconds
+    // Written under message_lock, read by the crash report without it.
+    std::atomic<double> clock_base{0};        // process clock when the time of day was read, seconds; 0 = not read yet
+    std::atomic<double> day_seconds_base{0};  // local time of day at clock_base, seconds; set before it
 };
 Log state;
 
@@ -112,11 +113,12 @@ double advance_day(double clock_base, double day_seconds_base, double now) noexc
 /// The time of day that the next stamp shows, seconds.
 double stamp_seconds() noexcept VELL_REQUIRES(message_lock) {
     const double now = mp_getclock();
-    if (state.clock_base == 0 || state.clock_base > now) {
-        state.day_seconds_base = local_seconds_of_day();
-        state.clock_base = now;
-    }
-    return advance_day(state.clock_base, state.day_seconds_base, now);
+    const double base = state.clock_base.load(std::memory_order_relaxed);
+    if (base != 0 && base <= now) return advance_day(base, state.day_seconds_base.load(std::memory_order_relaxed), now);
+    const double day_seconds = local_seconds_of_day();
+    state.day_seconds_base.store(day_seconds, std::memory_order_relaxed);
+    state.clock_base.store(now, std::memory_order_release);
+    return advance_day(now, day_seconds, now);
 }
 
 void report_repeats(FILE* stream) noexcept VELL_REQUIRES(message_lock) {
@@ -188,8 +190,9 @@ void write_line_unbuffered(int32_t level, const char* format, va_list arguments)
         std::memcpy(line, k_continuation_prefix, k_prefix_bytes);
     } else {
         // Reading the time zone could wait for a lock that this very thread holds: without a base it is UTC.
-        const double seconds = state.clock_base != 0
-                                   ? advance_day(state.clock_base, state.day_seconds_base, mp_getclock())
+        const double base = state.clock_base.load(std::memory_order_acquire);
+        const double seconds = base != 0
+                                   ? advance_day(base, state.day_seconds_base.load(), std::max(mp_getclock(), base))
                                    : static_cast<double>(time(nullptr) % 86400);
         write_stamp(line, seconds, k_level_names[level]);
     }
@@ -269,7 +272,7 @@ char* msg_initialize(FILE* stream) noexcept {
     state.last_level.store(vell::k_closed, std::memory_order_relaxed);
     state.level.store(stream != nullptr ? MSG_INFO : MSG_WARN, std::memory_order_relaxed);
     state.repeats = 0;
-    state.clock_base = state.day_seconds_base = 0;
+    state.clock_base.store(0, std::memory_order_relaxed);
     state.is_open.store(state.line != nullptr, std::memory_order_relaxed);
     return state.line != nullptr ? state.line + vell::k_text_start : nullptr;
 }
