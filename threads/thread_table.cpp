@@ -150,21 +150,32 @@ bool find_own_name(char* name) noexcept VELL_REQUIRES(table_lock) {
     return false;
 }
 
-/// Room for a name that was looked up. Apart, so that the crash report does not look at the thread_local.
-[[gnu::noinline]] char* answer_buffer() noexcept {
-    thread_local char answer[k_name_bytes];
-    return answer;
-}
-char* answer_buffer_of_crash() noexcept {
-    static char answer[k_name_bytes];  // one thread reports a crash
-    return answer;
-}
-
 /// Takes the table's lock; on the thread that reports a crash only when it can be had soon.
 bool lock_table_for_name() noexcept VELL_TRY_ACQUIRE(true, table_lock) {
     if (is_reporting_crash()) return table_lock.lock_within(k_crash_lock_limit_ns);
     table_lock.lock();
     return true;
+}
+
+/// The name that the table has for the calling thread, or "Unknown", in `found`.
+const char* look_up_name(char* found) noexcept {
+    const CancelShield shield;
+    std::memcpy(found, k_unknown, sizeof k_unknown);
+    if (!lock_table_for_name()) return found;
+    if (table.value.is_open) find_own_name(found);
+    table_lock.unlock();
+    return found;
+}
+
+// Apart, so that the crash report does not come near the thread_local.
+[[gnu::noinline]] const char* name_from_table() noexcept {
+    thread_local char found[k_name_bytes];
+    return look_up_name(found);
+}
+
+const char* name_from_table_in_crash() noexcept {
+    static char found[k_name_bytes];  // one thread reports a crash
+    return look_up_name(found);
 }
 
 }  // namespace
@@ -259,11 +270,5 @@ bool mp_detach_thread(int32_t index) noexcept {
 const char* mp_get_thread_name() noexcept {
     if (const void* own = pthread_getspecific(vell::own_name_key()); own != nullptr)
         return static_cast<const char*>(own);
-    const vell::CancelShield shield;
-    char* found = vell::is_reporting_crash() ? vell::answer_buffer_of_crash() : vell::answer_buffer();
-    std::memcpy(found, vell::k_unknown, sizeof vell::k_unknown);
-    if (!vell::lock_table_for_name()) return found;
-    if (table.value.is_open) vell::find_own_name(found);
-    table_lock.unlock();
-    return found;
+    return vell::is_reporting_crash() ? vell::name_from_table_in_crash() : vell::name_from_table();
 }
