@@ -9,6 +9,8 @@
 // threads are woken for a job as can run at once; when it is not done soon, its caller wakes one for every share that
 // nobody has taken, since the shares that run may wait for the others. An idle pool uses no processor time.
 
+#include <pthread.h>
+
 #include <algorithm>
 #include <atomic>
 #include <cstdio>
@@ -238,6 +240,12 @@ bool start_threads(int32_t count) noexcept {
     return true;
 }
 
+/// A forked child has none of its parent's threads: its jobs run on their callers. The locks may be held for ever.
+void forget_threads_in_child() noexcept {
+    pool.is_running.store(false);
+    pool.started = 0;
+}
+
 int32_t degrade_to_single() noexcept {
     pool.processors.store(1);
     pool.active.store(1);
@@ -276,6 +284,8 @@ int32_t smp_initialize(int32_t requested) noexcept {
         const vell::ScopedLock lock(exchange.lock);
         exchange.queue.reset(count);
     }
+    static const int registered = pthread_atfork(nullptr, nullptr, vell::forget_threads_in_child);
+    static_cast<void>(registered);
     pool.is_running.store(true);
     if (!vell::start_threads(count)) return vell::degrade_to_single();
     pool.active.store(count);

@@ -31,8 +31,8 @@ VELL_API int32_t smp_initialize(int32_t requested) noexcept;
 /// each other apart by smp_id(), from 0 to smp_numprocs() - 1. Which thread runs which share is not fixed; one may
 /// run several. The caller runs none.
 ///
-/// Without a pool (one processor) the function runs once on the caller. From inside a share, and after
-/// smp_closedown, the caller runs all shares in turn.
+/// Without a pool (one processor) the function runs once on the caller. From inside a share, after smp_closedown, and
+/// in a forked child, the caller runs all shares in turn.
 /// @thread  any number at once. Waits for the shares, and for room in the queue. Not cancellable while it waits.
 VELL_API void smp_exec(smp_function function, void* a1 = nullptr, void* a2 = nullptr, void* a3 = nullptr,
                        void* a4 = nullptr, void* a5 = nullptr, void* a6 = nullptr);

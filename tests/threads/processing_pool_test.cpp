@@ -1,3 +1,6 @@
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include <atomic>
 #include <cstring>
 #include <set>
@@ -137,6 +140,23 @@ TEST_F(Pool, AfterItsEndTheCallerRunsAllShares) {
     EXPECT_EQ(smp_initialize(1), 1);
     shares.exec();
     EXPECT_TRUE(shares.each_ran(4, 2));
+}
+
+TEST_F(Pool, InAForkedChildTheCallerRunsAllShares) {
+    ASSERT_EQ(smp_initialize(3), 3);
+    const pid_t child = fork();
+    if (child == 0) {
+        Shares shares;
+        shares.exec();
+        smp_closedown();
+        _exit(shares.each_ran(3, 1) ? 0 : 1);
+    }
+    int status = 0;
+    waitpid(child, &status, 0);
+    EXPECT_EQ(status, 0);
+    Shares shares;
+    shares.exec();
+    EXPECT_TRUE(shares.each_ran(3, 1)) << "the parent's pool is as it was";
 }
 
 TEST(PoolStart, WithoutAThreadTableFallsBackToSingleProcessing) {
