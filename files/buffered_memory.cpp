@@ -103,6 +103,7 @@ bool fMemBuffer::grow() noexcept {
 
 /// Makes memory up to the position and fills the gap before it with zeros.
 bool fMemBuffer::reach_position() noexcept {
+    if (position > INT_MAX) return false;  // no memory reaches that far
     while (position > static_cast<unsigned>(capacity)) {
         if (!grow()) return false;
     }

@@ -206,8 +206,10 @@ bool fReadBuffer::fetch() noexcept {
 void fReadBuffer::begin_block() noexcept {
     block_start = next_read_position;
     next_read_position += block_length;
-    cursor = buffer_of(current_slot) + std::min(skip, block_length);
-    skip = 0;
+    // A block made for a smaller alignment may end before the position that was set.
+    const unsigned long long skipped = std::min(skip, block_length);
+    cursor = buffer_of(current_slot) + skipped;
+    skip -= skipped;
 }
 
 /// Returns 0, the length of no block.

@@ -103,7 +103,7 @@ bool fWriteBuffer::close_file(bool final) noexcept {
     if (!final) {
         poll_requests();
         if (request_a != -1 && request_b != -1) return false;
-        if (request_a == -1 && buffer_file_offset == 0 && used != 0) return begin_early_write();
+        if (holds_whole_file()) return begin_early_write();
     }
     // NOLINTNEXTLINE(clang-analyzer-optin.cplusplus.VirtualCall): in the destructor the own class's is meant
     flush_buffers();

@@ -205,7 +205,7 @@ void fWriteBuffer::flush_buffers() noexcept {
 bool fWriteBuffer::begin_early_write() noexcept {
     const unsigned long long rounded = rounded_used();
     const unsigned long long bytes = fill_from_file(used, rounded) ? rounded : used;
-    if (buffer_a == nullptr || !begin_buffer_write(bytes)) {
+    if (!begin_buffer_write(bytes)) {
         ++error_count;
         return false;
     }
@@ -222,7 +222,7 @@ bool fWriteBuffer::begin_early_write() noexcept {
 size_t fWriteBuffer::add_write_buffer(const void* data, size_t length) noexcept {
     if (file_handle == -1 || data == nullptr || length == 0) return 0;
     poll_requests();
-    if (request_a == -1 && buffer_file_offset == 0 && used != 0 && !begin_early_write()) return 0;
+    if (holds_whole_file() && !begin_early_write()) return 0;
     const unsigned long long rounded = vell::round_up(length, alignment);
     if (rounded != length) msgwarn("fWriteBuffer: Write buffer not aligned");
     wait_for_direct(k_most_direct - 1);

@@ -5,16 +5,14 @@
 
 #include "files/transfer_engine.h"
 
+#include <fcntl.h>
 #include <pthread.h>
-#include <sys/file.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <new>
 
 #include "files/transfer_lists.h"
-#include "platform/posix/file_calls.h"
-#include "platform/uncached_io.h"
 
 namespace vell {
 namespace {
@@ -154,12 +152,6 @@ void after_fork_in_child() VELL_NO_LOCK_CHECK {
     }
 }
 
-/// Called without locks: registering a handler waits for a fork that is under way, which waits for the engine.
-void prepare_for_fork() noexcept {
-    static const int registered = pthread_atfork(before_fork, after_fork_in_parent, after_fork_in_child);
-    static_cast<void>(registered);
-}
-
 // --- starting ---------------------------------------------------------------------------------------------------
 
 void fill(Transfer& transfer, const TransferRequest& request) noexcept VELL_REQUIRES(engine_lock) {
@@ -173,17 +165,32 @@ void fill(Transfer& transfer, const TransferRequest& request) noexcept VELL_REQU
     transfer.uncached = facts != nullptr ? facts->uncached : nullptr;
 }
 
-bool points_nowhere(const TransferRequest& request) noexcept {
-    return request.buffer == nullptr && request.length != 0;
+/// A pipe's end is never ready for the other end's direction.
+bool is_open_for(int descriptor, bool is_write) noexcept {
+    const int flags = fcntl(descriptor, F_GETFL);
+    return flags >= 0 && (flags & O_ACCMODE) != (is_write ? O_RDONLY : O_WRONLY);
+}
+
+/// The error number of a request that cannot be carried out; 0 for the others.
+int refusal_of(const TransferRequest& request, bool is_stream) noexcept {
+    if (request.buffer == nullptr && request.length != 0) return EFAULT;
+    // Some system calls take -1 for the descriptor's own position.
+    return request.offset < 0 && !is_stream ? EINVAL : 0;
 }
 
 }  // namespace
+
+void prepare_for_fork() noexcept {
+    static const int registered = pthread_atfork(before_fork, after_fork_in_parent, after_fork_in_child);
+    static_cast<void>(registered);
+}
 
 int transfer_start(const TransferRequest& request, Transfer*& started) noexcept {
     started = nullptr;
     const bool has_position = lseek(request.descriptor, 0, SEEK_CUR) >= 0;
     if (!has_position && errno == EBADF) return EBADF;
     const bool is_stream = !has_position && errno == ESPIPE;
+    if (is_stream && !is_open_for(request.descriptor, request.is_write)) return EBADF;
     prepare_for_fork();
     const TransferBackend& backend = is_stream ? streams_backend : preferred_backend();
     auto* transfer = new (std::nothrow) Transfer;
@@ -194,9 +201,10 @@ int transfer_start(const TransferRequest& request, Transfer*& started) noexcept 
     transfer->backend = &backend;
     append(*transfer);
     ++transfer->references;
-    if (points_nowhere(request)) {
-        transfer->error = EFAULT;
-        transfer->is_over = true;
+    transfer->error = refusal_of(request, is_stream);
+    // A pipe would only answer a request for nothing once it has something.
+    transfer->is_over = transfer->error != 0 || (is_stream && request.length == 0);
+    if (transfer->is_over) {
         finish(*transfer);
     } else if (!must_wait(*transfer)) {
         hand_over(*transfer);
@@ -229,10 +237,18 @@ void wait_for_turn(Transfer& transfer) noexcept {
     }
 }
 
+TransferResult start_and_collect(const TransferRequest& request) noexcept {
+    Transfer* started = nullptr;
+    const int error = transfer_start(request, started);
+    return error != 0 ? TransferResult{0, error} : transfer_collect(started);
+}
+
 }  // namespace
 
 TransferResult transfer_now(const TransferRequest& request, bool as_stream) noexcept {
-    if (points_nowhere(request)) return {0, EFAULT};
+    // A pipe takes any offset, and the start finds out whether it is one.
+    if (request.offset < 0 && as_stream) return start_and_collect(request);
+    if (const int error = refusal_of(request, /*is_stream*/ false); error != 0) return {0, error};
     prepare_for_fork();
     const CancelShield shield;
     Transfer transfer;
@@ -245,9 +261,7 @@ TransferResult transfer_now(const TransferRequest& request, bool as_stream) noex
     wait_for_turn(transfer);
     carry_out(transfer);
     if (transfer.error != ESPIPE || !as_stream) return {transfer.moved, transfer.error};
-    Transfer* started = nullptr;
-    const int error = transfer_start(request, started);
-    return error != 0 ? TransferResult{0, error} : transfer_collect(started);
+    return start_and_collect(request);
 }
 
 bool transfer_is_over(Transfer& transfer) noexcept {
@@ -339,51 +353,6 @@ void transfers_drain(int descriptor) noexcept {
     call_off_all(descriptor);
     while (has_transfers(descriptor))
         wait_for_change();
-}
-
-void descriptor_begin(int descriptor) noexcept {
-    transfers_drain(descriptor);
-    DescriptorFacts* stale = nullptr;
-    {
-        const ScopedLock lock(engine_lock);
-        stale = remove_facts(descriptor);
-    }
-    if (stale != nullptr) uncached_forget(stale->uncached);
-    delete stale;
-}
-
-void descriptor_set_uncached(int descriptor) noexcept {
-    UncachedFile* uncached = uncached_open(descriptor);
-    if (uncached == nullptr) return;
-    const ScopedLock lock(engine_lock);
-    DescriptorFacts* facts = require_facts(descriptor);
-    if (facts == nullptr) {
-        uncached_forget(uncached);
-    } else {
-        facts->uncached = uncached;
-    }
-}
-
-void descriptor_set_locked(int descriptor) noexcept {
-    prepare_for_fork();
-    const ScopedLock lock(engine_lock);
-    DescriptorFacts* facts = require_facts(descriptor);
-    if (facts != nullptr) facts->is_locked = true;
-}
-
-void descriptor_forget(int descriptor) noexcept {
-    transfers_drain(descriptor);
-    DescriptorFacts* facts = nullptr;
-    {
-        const ScopedLock lock(engine_lock);
-        facts = remove_facts(descriptor);
-    }
-    if (facts == nullptr) return;
-    uncached_close(facts->uncached, descriptor);
-    // Released by name: a child that is just being spawned shares the open file until it starts its program, and
-    // would keep the lock alive after our close.
-    if (facts->is_locked) file_calls.flock(descriptor, LOCK_UN);
-    delete facts;
 }
 
 const char* transfer_backend_name() noexcept {

@@ -32,8 +32,8 @@ struct TransferResult {
     int error;       // 0, or the error number of a failed transfer
 };
 
-/// Starts a transfer. 0 and the transfer; EBADF for a descriptor that is not open; EAGAIN when memory or threads are
-/// short, which may pass.
+/// Starts a transfer. 0 and the transfer; EBADF for a descriptor that is not open, or a pipe's that is not
+/// open for this direction; EAGAIN when memory or threads are short, which may pass.
 [[nodiscard]] int transfer_start(const TransferRequest& request, Transfer*& started) noexcept;
 
 /// Carries a transfer out in the calling thread and waits for it. With `as_stream` false a pipe is refused (ESPIPE).

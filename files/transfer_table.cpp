@@ -144,6 +144,17 @@ bool transfer_without_handle(const TransferRequest& request) noexcept {
     return false;
 }
 
+/// Descriptor 0 marks a free slot, so no slot can hold its transfers.
+bool transfer_of_standard_input(const TransferRequest& request, int* handle) noexcept {
+    *handle = number_transfer(request);
+    return !log_failed(transfer_now(request, /*as_stream*/ true));
+}
+
+bool start(const TransferRequest& request, int* handle) noexcept {
+    if (handle == nullptr) return transfer_without_handle(request);
+    return request.descriptor == 0 ? transfer_of_standard_input(request, handle) : start_in_table(request, handle);
+}
+
 /// Frees the slot of a transfer that is over and returns its result.
 TransferResult close_slot(async_transfer& slot) noexcept VELL_REQUIRES(table_lock) {
     Transfer* transfer = transfer_of(slot);
@@ -254,13 +265,13 @@ async_transfer* io_get_slot() noexcept VELL_NO_LOCK_CHECK {
 
 bool io_read_async64(int descriptor, void* buffer, long long offset, unsigned long long length, int* handle) noexcept {
     const vell::TransferRequest request{descriptor, /*is_write*/ false, buffer, offset, length};
-    return handle != nullptr ? vell::start_in_table(request, handle) : vell::transfer_without_handle(request);
+    return vell::start(request, handle);
 }
 
 bool io_write_async64(int descriptor, const void* buffer, long long offset, unsigned long long length,
                       int* handle) noexcept {
     const vell::TransferRequest request{descriptor, /*is_write*/ true, const_cast<void*>(buffer), offset, length};
-    return handle != nullptr ? vell::start_in_table(request, handle) : vell::transfer_without_handle(request);
+    return vell::start(request, handle);
 }
 
 int io_complete64(int descriptor, int* handle, bool wait) noexcept {

@@ -148,6 +148,10 @@ private:
     void poll_requests() noexcept;
     void count_result(vell::Transfer*& transfer) noexcept;
     bool fill_from_file(unsigned long long from, unsigned long long to) noexcept;
+    // A memory block beside an open file is not for that file.
+    [[nodiscard]] bool holds_whole_file() const noexcept {
+        return buffer_a != nullptr && request_a == -1 && buffer_file_offset == 0 && used != 0;
+    }
     bool begin_early_write() noexcept;
     bool begin_buffer_write(unsigned long long bytes) noexcept;
     bool make_room() noexcept;

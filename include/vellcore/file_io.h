@@ -73,6 +73,7 @@ VELL_API bool io_write64(int descriptor, const void* buffer, long long offset, u
 ///          io_complete64 then reports; false after "AIO(3c)" ("AIO(1c)") when that fails too or is short.
 /// @waits   there are 96 slots, handed out strictly in turn. The call waits until the slot whose turn it is was freed,
 ///          also while others are free: a caller who collects late holds up every caller of this function.
+/// On descriptor 0 it is done before the call returns, with the error line "AIO(5): reason" when it fails.
 /// Transfers of one descriptor whose ranges overlap, one of them a write, are carried out in the order of starting.
 VELL_API bool io_read_async64(int descriptor, void* buffer, long long offset, unsigned long long length,
                               int* handle) noexcept;

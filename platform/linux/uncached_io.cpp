@@ -65,7 +65,8 @@ int open_twin(int descriptor) noexcept {
     if (flags < 0) return -1;
     char path[32];
     std::snprintf(path, sizeof path, "/proc/self/fd/%d", descriptor);
-    return open_above_streams(path, (flags & O_ACCMODE) | O_DIRECT, 0);
+    constexpr int k_write_behaviour = O_ACCMODE | O_APPEND | O_DSYNC | O_SYNC;
+    return open_above_streams(path, (flags & k_write_behaviour) | O_DIRECT, 0);
 }
 
 /// The descriptor for direct transfers, or -1.

@@ -308,6 +308,24 @@ TEST_F(Reader, PositionsAnywhereWithOneBuffer) {
     EXPECT_EQ(log.lines(), 0);
 }
 
+// Blocks chosen for a smaller alignment end before the position within the larger unit.
+TEST_F(Reader, PositionsPastABlockSmallerThanTheAlignment) {
+    const auto data = make(100'000);
+    fReadBuffer reader(-1);
+    ASSERT_TRUE(reader.open_file(path().c_str(), k_shared, false, !k_direct));
+    reader.cfg_buffers(1, 4096, 4096);
+    rwBufferConfigure(16'384, false, false, false);
+    ASSERT_TRUE(reader.open_file(path().c_str(), k_shared, false, k_direct));
+    for (const size_t position : {15'000U, 6'000U, 30'000U, 99'999U}) {
+        SCOPED_TRACE(position);
+        ASSERT_TRUE(reader.set_position(position));
+        unsigned char byte = 0;
+        EXPECT_EQ(reader.read_file(&byte, 1, 1), 1U);
+        EXPECT_EQ(byte, data[position]);
+    }
+    rwBufferConfigure(0, false, false, false);
+}
+
 TEST_F(Reader, PositionsForwardsWithSeveralBuffers) {
     const auto data = make(200'000);
     fReadBuffer reader(-1);

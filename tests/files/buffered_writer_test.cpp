@@ -387,6 +387,17 @@ TEST_F(WriterTest, WorksOnWithoutABuffer) {
     EXPECT_EQ(writer.write(pattern(10)), 10U);
     EXPECT_TRUE(writer.close_file(k_final));
     expect_file(pattern(10));
+    for (const bool is_direct : {false, true}) {
+        ASSERT_TRUE(writer.open(path()));
+        writer.set_memory_buffer(100);
+        EXPECT_EQ(writer.write(pattern(10)), 10U);
+        const AlignedBuffer block(8192);
+        std::memset(block.get(), 0, 8192);
+        EXPECT_TRUE(!is_direct || writer.add_write_buffer(block.get(), 8192) == 8192U);
+        EXPECT_TRUE(writer.close_file(k_early)) << "nothing of it can be written, early or late";
+        EXPECT_EQ(writer.error(), 1);
+        EXPECT_EQ(std::filesystem::file_size(path()), is_direct ? 8192U : 0U);
+    }
     Writer no_file;
     no_file.set_buffer(8192, k_double);
     EXPECT_EQ(no_file.write(pattern(20'000)), 8192U) << "nowhere to write the full buffer to";
@@ -475,6 +486,9 @@ TEST_F(WriterTest, MemBufferGrowsInStepsAndHandsItsMemoryOver) {
     EXPECT_EQ(std::count(bytes + 4, bytes + 400'000, 0), 399'996);
     EXPECT_EQ(std::memcmp(bytes + 400'000, "end", 3), 0);
     std::free(block);
+    EXPECT_TRUE(writer.set_file_position(SIZE_MAX));
+    EXPECT_EQ(writer.write_file("x", 1, 1), 0U);
+    EXPECT_EQ(writer.capacity, 0) << "memory that cannot reach the position is not taken at all";
     EXPECT_EQ(writer.error(), 0);
     EXPECT_TRUE(writer.open_file("x", 0, true) && writer.close_file(k_final));
     EXPECT_FALSE(writer.data_pending());

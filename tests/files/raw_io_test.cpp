@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <climits>
 #include <csignal>
+#include <cstring>
 #include <thread>
 
 #include "files/captured_log.h"
@@ -142,6 +143,63 @@ TEST_F(RawIo, AnswersBadArgumentsWithFailure) {
     io_flush64(-1);
     io_get_counters(nullptr, nullptr);
     EXPECT_EQ(io_close64(file), 0);
+}
+
+// Calls with flags take offset -1 for the descriptor's own position.
+TEST_F(RawIo, NegativeOffsetsTouchNothing) {
+    for (const bool nocache : {k_cached, k_uncached}) {
+        const int file = open_shared(make(100), O_RDWR, nocache);
+        char bytes[10] = {};
+        int handle = 0;
+        for (const long long offset : {-1LL, -2LL, -8192LL, static_cast<long long>(INT64_MIN)}) {
+            SCOPED_TRACE(offset);
+            EXPECT_FALSE(io_write64(file, bytes, offset, 10));
+            EXPECT_FALSE(io_read64(file, bytes, offset, 10));
+            EXPECT_FALSE(io_read_async64(file, bytes, offset, 10, nullptr));
+            EXPECT_TRUE(io_write_async64(file, bytes, offset, 10, &handle));
+            EXPECT_EQ(io_complete64(file, &handle, k_wait), -1);
+        }
+        io_close64(file);
+        EXPECT_EQ(read_whole(path()), pattern(100));
+    }
+}
+
+TEST_F(RawIo, APipeIgnoresOffsetsAndAnswersARequestForNothing) {
+    const Pipe pipe;
+    char bytes[8] = {};
+    EXPECT_TRUE(io_read64(pipe.read_end, bytes, 0, 0)) << "and does not wait for data";
+    EXPECT_TRUE(io_write64(pipe.write_end, "hello", -1, 5));
+    EXPECT_TRUE(io_read64(pipe.read_end, bytes, INT64_MIN, 5));
+    EXPECT_STREQ(bytes, "hello");
+    EXPECT_FALSE(io_write64(pipe.read_end, "x", 0, 1)) << "the wrong end is never ready";
+    EXPECT_FALSE(io_read64(pipe.write_end, bytes, 0, 1));
+}
+
+// Its number marks a free slot.
+TEST_F(RawIo, TransfersOfStandardInputAreDoneWhenTheyWereStarted) {
+    const Pipe pipe;
+    ASSERT_EQ(dup2(pipe.read_end, 0), 0);
+    for (int i = 0; i < 200; ++i) {
+        const char sent = static_cast<char>(i);
+        char received = static_cast<char>(~i);
+        int handle = 0;
+        ASSERT_TRUE(io_write64(pipe.write_end, &sent, 0, 1));
+        ASSERT_TRUE(io_read_async64(0, &received, 0, 1, &handle));
+        ASSERT_EQ(io_complete64(0, &handle, k_wait), 1);
+        ASSERT_EQ(received, sent);
+    }
+    EXPECT_FALSE(io_write_async64(0, "x", 0, 1, nullptr));
+    int handle = 0;
+    EXPECT_FALSE(io_write_async64(0, "x", 0, 1, &handle)) << "not open for writing";
+}
+
+TEST_F(RawIo, AnUncachedFileKeepsItsWayOfWriting) {
+    const AlignedBuffer block(8192);
+    std::memset(block.get(), 5, 8192);
+    const int file = open_shared(make(8192), O_RDWR | O_APPEND, k_uncached);
+    EXPECT_TRUE(io_write64(file, block.get(), 0, 8192));
+    EXPECT_EQ(io_get_filesize64(file, "x"), 16'384U) << "appended";
+    io_close64(file);
 }
 
 TEST_F(RawIo, TransfersWithoutHandleMustMoveEveryByte) {
@@ -394,9 +452,11 @@ TEST_F(RawIo, WorksWithoutThreads) {
     EXPECT_TRUE(log.contains("AIO(3b): 11 - 'Resource temporarily unavailable'")) << log.text();
     EXPECT_EQ(back, data);
     EXPECT_EQ(io_complete64(file, &handle, k_ask), 1);
-    EXPECT_FALSE(io_write_async64(file, back.data(), -1, 5, &handle));
-    EXPECT_TRUE(log.contains("AIO(1b): 11 ") && log.contains("AIO(1c): 22 - 'Invalid argument'")) << log.text();
-    EXPECT_EQ(io_complete64(file, &handle, k_wait), 1) << "its slot is free";
+    const int read_only = open_shared(path());
+    EXPECT_FALSE(io_write_async64(read_only, back.data(), 0, 5, &handle));
+    EXPECT_TRUE(log.contains("AIO(1b): 11 ") && log.contains("AIO(1c): 9 - 'Bad file descriptor'")) << log.text();
+    EXPECT_EQ(io_complete64(read_only, &handle, k_wait), 1) << "its slot is free";
+    io_close64(read_only);
     vell::file_calls = vell::system_file_calls;
     EXPECT_TRUE(io_read_async64(file, back.data(), 0, back.size(), &handle));
     EXPECT_EQ(io_complete64(file, &handle, k_wait), 1);
