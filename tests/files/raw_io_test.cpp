@@ -15,6 +15,7 @@
 #include "files/transfer_table.h"
 #include "support/temporary_folder.h"
 #include "vellcore/file_io.h"
+#include "vellcore/message_log.h"
 
 namespace {
 
@@ -420,8 +421,10 @@ TEST_F(RawIo, SurvivesEveryRefusedCall) {
     std::copy(data.begin(), data.end(), source.get());
     ASSERT_NE(io_backend_name(), nullptr);  // a ring has descriptors of its own
     const int before = open_descriptors();
+    int round = 0;
     for (const int error : {EIO, EINVAL, ENOSPC, EOPNOTSUPP, EAGAIN}) {
         for_each_file_fault(error, [&](const FileFault&) {
+            msgerror("round %d", ++round);  // or an error line equal to the last one would only be counted
             const int lines = log.lines();
             int handle = 0;
             const int file = open_shared(path(), O_RDWR, k_uncached);
