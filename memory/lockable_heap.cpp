@@ -158,6 +158,20 @@ void complain_about_owner(const Heap& heap, void* data, void** handle) noexcept 
              static_cast<void*>(handle));
 }
 
+/// Has `change` renew the stamp of the block that the handle names. @return the lock count, or k_failed.
+int32_t stamp_block(_mheap* heap, void** handle, uint32_t (HeapCore::*change)(Unit, uint64_t) noexcept) noexcept {
+    if (heap == nullptr || handle == nullptr) return k_failed;
+    Heap& own = as_heap(heap);
+    const HeapLock lock(own);
+    void* data = read_handle(handle);
+    if (data == nullptr) return k_failed;
+    const Unit unit = named_block(own, data, "Illegal mheap pointer");
+    if (unit == k_no_unit) return k_failed;
+    const uint32_t count = (own.core.*change)(unit, next_stamp(own));
+    check_heap(own);
+    return static_cast<int32_t>(count);
+}
+
 }  // namespace
 }  // namespace vell
 
@@ -249,29 +263,11 @@ int32_t mheap_alloc_lock(_mheap* heap, uint64_t size, void** handle) noexcept {
 }
 
 int32_t mheap_lock(_mheap* heap, void** handle) noexcept {
-    if (heap == nullptr || handle == nullptr) return k_failed;
-    Heap& own = as_heap(heap);
-    const HeapLock lock(own);
-    void* data = vell::read_handle(handle);
-    if (data == nullptr) return k_failed;
-    const Unit unit = vell::named_block(own, data, "Illegal mheap pointer");
-    if (unit == k_no_unit) return k_failed;
-    const uint32_t count = own.core.add_lock(unit, vell::next_stamp(own));
-    check_heap(own);
-    return static_cast<int32_t>(count);
+    return vell::stamp_block(heap, handle, &vell::HeapCore::add_lock);
 }
 
 int32_t mheap_keep(_mheap* heap, void** handle) noexcept {
-    if (heap == nullptr || handle == nullptr) return k_failed;
-    Heap& own = as_heap(heap);
-    const HeapLock lock(own);
-    void* data = vell::read_handle(handle);
-    if (data == nullptr) return k_failed;
-    const Unit unit = vell::named_block(own, data, "Illegal mheap pointer");
-    if (unit == k_no_unit) return k_failed;
-    const uint32_t count = own.core.renew(unit, vell::next_stamp(own));
-    check_heap(own);
-    return static_cast<int32_t>(count);
+    return vell::stamp_block(heap, handle, &vell::HeapCore::renew);
 }
 
 int32_t mheap_unlock(_mheap* heap, void** handle) noexcept {

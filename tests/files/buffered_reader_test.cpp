@@ -8,9 +8,9 @@
 #include <memory>
 #include <thread>
 
-#include "files/captured_log.h"
 #include "files/file_faults.h"
 #include "files/test_files.h"
+#include "support/log_capture.h"
 #include "support/temporary_folder.h"
 #include "vellcore/buffered_file_reader.h"
 #include "vellcore/file_io.h"
@@ -45,7 +45,7 @@ protected:
         return all;
     }
     TemporaryFolder folder;
-    CapturedLog log;
+    LogCapture log;
 };
 
 TEST_F(Reader, SwitchesAreSetAndReadAsNegations) {
@@ -101,7 +101,7 @@ TEST_F(Reader, BlocksCoverTheFileInOrder) {
         EXPECT_EQ(bytes, data);
         EXPECT_FALSE(reader.block_failed());
     }
-    EXPECT_EQ(log.lines(), 0) << log.text();
+    EXPECT_EQ(log.line_count(), 0) << log.text();
 }
 
 TEST_F(Reader, KeepsTheRingFullAndRequestsEachByteOnce) {
@@ -195,7 +195,7 @@ TEST_F(Reader, FailsToOpenWithoutATrace) {
     EXPECT_FALSE(reader.failed);
     reader.close_file();
     EXPECT_EQ(open_descriptors(), in_use);
-    EXPECT_EQ(log.lines(), 0);
+    EXPECT_EQ(log.line_count(), 0);
 }
 
 TEST_F(Reader, LeavesACallersHandleOpenAndUntouched) {
@@ -286,7 +286,7 @@ TEST_F(Reader, ServesMemoryAndGoesBackToFiles) {
     EXPECT_EQ(reader.getNextBlock(), 0U);
     ASSERT_TRUE(reader.open_file(path().c_str(), k_shared, false, k_direct));
     EXPECT_EQ(read_blocks(reader), data);
-    EXPECT_EQ(log.lines(), 0);
+    EXPECT_EQ(log.line_count(), 0);
 }
 
 TEST_F(Reader, PositionsAnywhereWithOneBuffer) {
@@ -305,7 +305,7 @@ TEST_F(Reader, PositionsAnywhereWithOneBuffer) {
         EXPECT_TRUE(reader.set_position(100'000));
         EXPECT_FALSE(reader.set_position(100'001));
     }
-    EXPECT_EQ(log.lines(), 0);
+    EXPECT_EQ(log.line_count(), 0);
 }
 
 // Blocks chosen for a smaller alignment end before the position within the larger unit.
@@ -400,7 +400,7 @@ TEST_F(Reader, SplitsLargeRawReads) {
         EXPECT_EQ(reader.read_raw_bytes(dest.get(), 0, 3'006'464, 3'006'464), 3'006'464U);
         EXPECT_EQ(std::memcmp(dest.get(), data.data(), data.size()), 0);
     }
-    EXPECT_EQ(log.lines(), 0);
+    EXPECT_EQ(log.line_count(), 0);
 }
 
 TEST_F(Reader, AShrunkenFileIsToldAndZeroed) {

@@ -10,9 +10,9 @@
 #include <random>
 #include <thread>
 
-#include "files/captured_log.h"
 #include "files/file_faults.h"
 #include "files/test_files.h"
+#include "support/log_capture.h"
 #include "support/temporary_folder.h"
 #include "vellcore/buffered_file_reader.h"
 #include "vellcore/buffered_file_writer.h"
@@ -50,7 +50,7 @@ protected:
         EXPECT_TRUE(back == data);
     }
     TemporaryFolder folder;
-    CapturedLog log;
+    LogCapture log;
 };
 
 TEST_F(WriterTest, WritesAnySizeThroughAnyBuffer) {
@@ -79,7 +79,7 @@ TEST_F(WriterTest, WritesAnySizeThroughAnyBuffer) {
         EXPECT_EQ(writer.write_count, row.writes);
         expect_file(data);
     }
-    EXPECT_EQ(log.lines(), 0) << log.text();
+    EXPECT_EQ(log.line_count(), 0) << log.text();
 }
 
 TEST_F(WriterTest, BuffersStartAtTheAlignmentAndKeepTheirSize) {

@@ -9,10 +9,10 @@
 #include <cstring>
 #include <thread>
 
-#include "files/captured_log.h"
 #include "files/file_faults.h"
 #include "files/test_files.h"
 #include "files/transfer_table.h"
+#include "support/log_capture.h"
 #include "support/temporary_folder.h"
 #include "vellcore/file_io.h"
 #include "vellcore/message_log.h"
@@ -32,7 +32,7 @@ protected:
         return io_open64(path.c_str(), flags, nocache, k_shared, false);
     }
     TemporaryFolder folder;
-    CapturedLog log;
+    LogCapture log;
 };
 
 TEST_F(RawIo, OpensExclusivelyOnceUntilClosed) {
@@ -51,7 +51,7 @@ TEST_F(RawIo, OpensExclusivelyOnceUntilClosed) {
     EXPECT_GT(again, 2);
     EXPECT_NE(fcntl(again, F_GETFD) & FD_CLOEXEC, 0);
     EXPECT_EQ(io_close64(again), 0);
-    EXPECT_EQ(log.lines(), 0);
+    EXPECT_EQ(log.line_count(), 0);
 }
 
 TEST_F(RawIo, ReleasesItsLockEvenWhileAChildSharesTheOpenFile) {
@@ -112,7 +112,7 @@ TEST_F(RawIo, CreatesEmptiesAndCutsFiles) {
     fstat(fresh, &facts);
     EXPECT_EQ(facts.st_mode & 0777U, 0666U);
     io_close64(fresh);
-    EXPECT_EQ(log.lines(), 0);
+    EXPECT_EQ(log.line_count(), 0);
 }
 
 TEST_F(RawIo, AnswersBadArgumentsWithFailure) {
@@ -122,7 +122,7 @@ TEST_F(RawIo, AnswersBadArgumentsWithFailure) {
     EXPECT_EQ(io_open64(nullptr, O_RDONLY, k_cached, k_shared, false), -1);
     EXPECT_EQ(io_open64(path("none").c_str(), O_RDONLY, k_uncached, k_exclusive, false), -1);
     EXPECT_EQ(io_create64(folder.path().c_str(), false, 0), -1);
-    EXPECT_EQ(log.lines(), 0);
+    EXPECT_EQ(log.line_count(), 0);
     EXPECT_FALSE(io_read64(-1, &byte, 0, 1));
     EXPECT_FALSE(io_read64(file, &byte, -5, 1));
     EXPECT_FALSE(io_read64(file, nullptr, 0, 1));
@@ -328,7 +328,7 @@ TEST_F(RawIo, CloseEndsWhatIsInFlight) {
     EXPECT_EQ(errno, EPIPE);
     EXPECT_EQ(io_complete64(closed, &first, k_wait), 1);
     EXPECT_STREQ(bytes, "old");
-    EXPECT_EQ(log.lines(), 0);
+    EXPECT_EQ(log.line_count(), 0);
 }
 
 TEST_F(RawIo, CloseWakesAThreadThatWaitsForTheTransfer) {
@@ -396,7 +396,7 @@ TEST_F(RawIo, UncachedTransfersTakeAnyAlignment) {
         EXPECT_TRUE(std::equal(fresh.begin(), fresh.end(), back.begin() + row.offset));
         EXPECT_TRUE(std::equal(back.begin(), back.begin() + row.offset, data.begin()));
     }
-    EXPECT_EQ(log.lines(), 0) << log.text();
+    EXPECT_EQ(log.line_count(), 0) << log.text();
 }
 
 TEST_F(RawIo, AnUncachedNumberReusedBehindOurBackReadsTheNewFile) {
@@ -425,7 +425,7 @@ TEST_F(RawIo, SurvivesEveryRefusedCall) {
     for (const int error : {EIO, EINVAL, ENOSPC, EOPNOTSUPP, EAGAIN}) {
         for_each_file_fault(error, [&](const FileFault&) {
             msgerror("round %d", ++round);  // or an error line equal to the last one would only be counted
-            const int lines = log.lines();
+            const int lines = log.line_count();
             int handle = 0;
             const int file = open_shared(path(), O_RDWR, k_uncached);
             if (file >= 0) {
@@ -434,7 +434,7 @@ TEST_F(RawIo, SurvivesEveryRefusedCall) {
                 EXPECT_TRUE(!is_read || std::equal(data.begin(), data.end(), memory.get()));
                 const bool is_written = io_write64(file, source.get(), 0, data.size());
                 EXPECT_EQ(io_close64(file), 0);
-                EXPECT_TRUE((is_read && is_written) || log.lines() > lines);
+                EXPECT_TRUE((is_read && is_written) || log.line_count() > lines);
                 EXPECT_TRUE(!is_written || read_whole(path()) == data);
             }
             const int reopened = io_open64(path().c_str(), O_RDONLY, k_cached, k_exclusive, false);
@@ -562,7 +562,7 @@ TEST_F(RawIo, ManyThreadsShareTheTable) {
     for (std::thread& thread : threads)
         thread.join();
     EXPECT_EQ(wrong, 0);
-    EXPECT_EQ(log.lines(), 0);
+    EXPECT_EQ(log.line_count(), 0);
 }
 
 TEST_F(RawIo, TheTableBeginsEmptyAtEveryStart) {

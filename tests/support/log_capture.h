@@ -30,6 +30,11 @@ public:
         return {text_, length_};
     }
 
+    bool contains(const std::string& part) const { return text().find(part) != std::string::npos; }
+
+    /// Lines so far, continuations included.
+    int line_count() const { return static_cast<int>(lines().size()); }
+
     /// The lines so far, time stamps replaced: "INFO : text", continuations as ": text".
     std::vector<std::string> lines() const {
         std::vector<std::string> result;
