@@ -3,6 +3,7 @@
 
 #include <dlfcn.h>
 #include <gtest/gtest.h>
+#include <pthread.h>
 #include <signal.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
@@ -19,13 +20,13 @@ extern "C" void* __libc_malloc(size_t bytes);
 namespace {
 
 constexpr int k_allocated = 3;
-std::atomic<bool> is_allocator_crashed{false};
+std::atomic<pthread_t> crashed_in_allocator{};
 
 }  // namespace
 
-/// The allocator of this process. Once it has crashed, whoever calls it would wait for its lock for ever.
+/// The allocator of this process. A thread that crashed inside it would wait for its own lock for ever.
 extern "C" __attribute__((visibility("default"))) void* malloc(size_t bytes) {
-    if (is_allocator_crashed.load()) _exit(k_allocated);
+    if (crashed_in_allocator.load() == pthread_self()) _exit(k_allocated);
     return __libc_malloc(bytes);
 }
 
@@ -42,7 +43,7 @@ int crash_inside_the_allocator() {
     const char* arguments[] = {"/opt/gantry/loaded", "-p2"};
     if (initialize == nullptr || !initialize("Loaded", "LOADED_TEST_DATA", 2, arguments)) return 2;
     std::thread([] {
-        is_allocator_crashed = true;
+        crashed_in_allocator = pthread_self();
         raise(SIGSEGV);
     }).join();
     return 0;
