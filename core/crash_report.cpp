@@ -56,6 +56,6 @@ void sig_handler(int signal_number) noexcept {
     } else if (!vell::is_reporting_crash()) {
         vell::wait_for_first_report();
     }
-    vell::restore_default_action(signal_number);
+    // The handlers stay: another thread's crash must wait above and not end the process its own way.
     std::abort();
 }

@@ -16,9 +16,12 @@
 #include "platform/system_version.h"
 #include "vellcore/calendar_date.h"
 #include "vellcore/desktop_shell.h"
+#include "vellcore/directory_listing.h"
+#include "vellcore/dynamic_library.h"
 #include "vellcore/file_io.h"
 #include "vellcore/file_operations.h"
 #include "vellcore/heap_set.h"
+#include "vellcore/language.h"
 #include "vellcore/message_log.h"
 #include "vellcore/processing_pool.h"
 #include "vellcore/startup.h"
@@ -92,6 +95,10 @@ void write_head(Start& start) {
     write_banner_head(facts);
 }
 
+void apply_saved_language(Start&) {
+    if (vl_lang_init()) vl_lang_set(vl_read_language_cfg());
+}
+
 void start_pool(Start& start) {
     const int32_t requested = start.command_line.processors;
     start.facts.pool_threads =
@@ -118,6 +125,8 @@ constexpr Step k_full_start[] = {
     {"scheduler", [](Start&) { mp_scheduler_initialize(); }},
     {"threads", [](Start&) { mp_init_threads(); }},
     {"asynchronous transfers", [](Start&) { vl_init_io64(); }},
+    {"libraries", [](Start&) { vl_lib_initialize(); }},
+    {"language", apply_saved_language},
     {"banner: privileges", [](Start& start) { write_banner_privileges(start.facts); }},
     {"processing pool", start_pool},
     {"banner: pool", [](Start& start) { write_banner_pool(start.facts); }},
@@ -137,6 +146,7 @@ constexpr Step k_short_start[] = {
      }},
     {"threads", [](Start&) { mp_init_threads(); }},
     {"asynchronous transfers", [](Start&) { vl_init_io64(); }},
+    {"libraries", [](Start&) { vl_lib_initialize(); }},
 };
 
 struct StopStep {
@@ -152,6 +162,9 @@ constexpr StopStep k_stop[] = {
     {"processing pool", smp_closedown},
     {"threads", mp_close_threads},
     {"scheduler", mp_scheduler_closedown},
+    {"names of listings", flist_flushcache},
+    {"language", vl_lang_free},
+    {"libraries", vl_lib_closedownall},
     {"last line", [] { msgcont(VELL_BANNER_DASHES); }},
     {"log", msg_closedown},
     {"autorelease pool",

@@ -3,9 +3,10 @@
 
 #include <cstddef>
 
+#include "files/path_text.h"
+
 namespace vell {
 
-inline constexpr size_t k_path_bytes = 1024;         // of one path, terminator included
 inline constexpr size_t k_search_list_bytes = 6144;  // of the search list, terminator included
 
 struct AppFolders {
@@ -25,6 +26,6 @@ struct AppFolders {
 [[nodiscard]] bool redirect_standard_error(const char* path) noexcept;
 
 /// Looks for `name` in the folders of a search list. @return true with the full path in `out`.
-[[nodiscard]] bool find_in_list(const char* list, const char* name, char (&out)[k_path_bytes]) noexcept;
+[[nodiscard]] bool find_in_list(const char* list, const char* name, PathText& out) noexcept;
 
 }  // namespace vell

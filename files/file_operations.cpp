@@ -15,7 +15,6 @@
 namespace vell {
 namespace {
 
-constexpr size_t k_folder_bytes = 1024;  // of a destination's folder, terminator included
 constexpr mode_t k_folder_mode = 0777;
 
 bool make_folder(const char* path) noexcept {
@@ -44,6 +43,16 @@ bool make_folder_and_parents(char* path) noexcept {
     return has_parent && make_folder(path);
 }
 
+/// Renames without replacing anything, where the system can do that in one step. @return file_move's code.
+int32_t rename_to_free_name(const char* source, const char* destination) noexcept {
+    if (file_calls.rename_to_free_name(source, destination) == 0) return 0;
+    if (errno == EINVAL || errno == ENOSYS) return file_calls.rename(source, destination) == 0 ? 0 : -11;
+    const int error = errno;
+    const bool has_appeared = error == EEXIST && file_exists(destination);
+    errno = error;
+    return has_appeared ? -7 : -11;
+}
+
 bool is_empty(const char* text) noexcept {
     return text == nullptr || *text == '\0';
 }
@@ -51,11 +60,25 @@ bool is_empty(const char* text) noexcept {
 }  // namespace
 
 bool ensure_folder(const char* path) noexcept {
-    if (is_folder(path) || file_create_directory(path, /*recursive*/ true) >= 0) return true;
+    if (file_is_directory(path) || file_create_directory(path, /*recursive*/ true) >= 0) return true;
     const int error = errno;
-    const bool was_made_meanwhile = is_folder(path);
+    const bool was_made_meanwhile = file_is_directory(path);
     errno = error;
     return was_made_meanwhile;
+}
+
+const char* end_of_folder(const char* path) noexcept {
+    const char* name = strrchr(path, '/');
+    return name != nullptr && static_cast<size_t>(name - path) < k_folder_bytes ? name : nullptr;
+}
+
+bool ensure_folder_of(const char* path) noexcept {
+    const auto length = static_cast<size_t>(end_of_folder(path) - path);
+    if (length == 0) return true;
+    char folder[k_folder_bytes];
+    memcpy(folder, path, length);
+    folder[length] = '\0';
+    return ensure_folder(folder);
 }
 
 }  // namespace vell
@@ -72,7 +95,9 @@ int32_t file_create_directory(const char* path, bool recursive) noexcept {
     const size_t length = strlen(path);
     if (length >= sizeof copy) return -1;
     memcpy(copy, path, length + 1);
-    return vell::make_folder_and_parents(copy) ? 1 : -1;
+    if (vell::make_folder_and_parents(copy)) return 1;
+    // It was not there at first, so a rival has made it since.
+    return errno == EEXIST && vell::is_folder(path) ? 1 : -1;
 }
 
 int32_t file_delete(const char* path) noexcept {
@@ -89,12 +114,8 @@ int32_t file_move(const char* source, const char* destination, bool overwrite) n
     if (vell::is_empty(destination)) return -10;
     if (strcmp(source, destination) == 0) return -9;
     if (!overwrite && file_exists(destination)) return -7;
-    const char* name = strrchr(destination, '/');
-    if (name == nullptr || static_cast<size_t>(name - destination) >= vell::k_folder_bytes) return -4;
-    char folder[vell::k_folder_bytes];
-    const auto length = static_cast<size_t>(name - destination);
-    memcpy(folder, destination, length);
-    folder[length] = '\0';
-    if (length > 0 && !vell::ensure_folder(folder)) return -5;
-    return vell::file_calls.rename(source, destination) == 0 ? 0 : -11;
+    if (vell::end_of_folder(destination) == nullptr) return -4;
+    if (!vell::ensure_folder_of(destination)) return -5;
+    if (overwrite) return vell::file_calls.rename(source, destination) == 0 ? 0 : -11;
+    return vell::rename_to_free_name(source, destination);
 }

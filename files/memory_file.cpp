@@ -10,6 +10,7 @@
 
 #include "platform/lock.h"
 #include "vellcore/file_io.h"
+#include "vellcore/unicode_text.h"
 
 namespace vell {
 namespace {
@@ -63,7 +64,7 @@ bool read_all(FILE* stream, mem_file& file) noexcept {
 mem_file* vl_open(const char* path, const char* mode) noexcept {
     if (path == nullptr || mode == nullptr) return nullptr;
     const vell::CancelShield shield;
-    FILE* stream = std::fopen(path, mode);
+    FILE* stream = vl_utf8_fopen(path, mode);
     if (stream == nullptr) return nullptr;
     auto* file = new (std::nothrow) mem_file{};
     if (file != nullptr && !vell::read_all(stream, *file)) {

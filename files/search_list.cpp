@@ -12,64 +12,41 @@
 namespace vell {
 namespace {
 
-/// A path that is put together piece by piece and remembers whether all pieces fitted.
-class PathText {
-public:
-    explicit PathText(char (&out)[k_path_bytes]) noexcept : out_(out) { out_[0] = '\0'; }
+bool append_variable(PathText& path, std::string_view name) noexcept {
+    char text[k_path_bytes];
+    std::snprintf(text, sizeof text, "%.*s", static_cast<int>(name.size()), name.data());
+    const char* value = std::getenv(text);
+    if (value != nullptr) return path.append(value);
+    msgdebug("Environment variable '%s' not found", text);
+    return true;
+}
 
-    void append(std::string_view piece) noexcept {
-        if (piece.size() >= k_path_bytes - length_) {
-            fits_ = false;
-            return;
-        }
-        std::memcpy(out_ + length_, piece.data(), piece.size());
-        length_ += piece.size();
-        out_[length_] = '\0';
-    }
-    void append_variable(std::string_view name) noexcept {
-        char text[k_path_bytes];
-        std::snprintf(text, sizeof text, "%.*s", static_cast<int>(name.size()), name.data());
-        const char* value = std::getenv(text);
-        if (value != nullptr) {
-            append(value);
-        } else {
-            msgdebug("Environment variable '%s' not found", text);
-        }
-    }
-    [[nodiscard]] bool ends_in_slash() const noexcept { return length_ > 0 && out_[length_ - 1] == '/'; }
-    [[nodiscard]] bool fits() const noexcept { return fits_; }
-
-private:
-    char* out_;
-    size_t length_ = 0;
-    bool fits_ = true;
-};
-
-/// An entry with its "$NAME$"s replaced. A name that nothing closes ends with the entry.
-void expand(PathText& path, std::string_view entry) noexcept {
+/// Appends an entry with its "$NAME$"s replaced. A name that nothing closes ends with the entry. False when it does not
+/// fit.
+bool append_expanded(PathText& path, std::string_view entry) noexcept {
     while (!entry.empty()) {
         const size_t start = entry.find('$');
-        path.append(entry.substr(0, start));
-        if (start == std::string_view::npos) return;
+        if (!path.append(entry.substr(0, start))) return false;
+        if (start == std::string_view::npos) return true;
         entry.remove_prefix(start + 1);
         const size_t end = entry.find('$');
-        path.append_variable(entry.substr(0, end));
-        if (end == std::string_view::npos) return;
+        if (!append_variable(path, entry.substr(0, end))) return false;
+        if (end == std::string_view::npos) return true;
         entry.remove_prefix(end + 1);
     }
+    return true;
 }
 
 }  // namespace
 
-bool find_in_list(const char* list, const char* name, char (&out)[k_path_bytes]) noexcept {
+bool find_in_list(const char* list, const char* name, PathText& out) noexcept {
     std::string_view rest(list);
     while (!rest.empty()) {
         const size_t end = rest.find('|');
-        PathText path(out);
-        expand(path, rest.substr(0, end));
-        if (!path.ends_in_slash()) path.append("/");
-        path.append(name);
-        if (path.fits() && file_exists(out)) return true;
+        out.cut(0);
+        const bool fits =
+            append_expanded(out, rest.substr(0, end)) && (out.ends_in('/') || out.append("/")) && out.append(name);
+        if (fits && file_exists(out.text())) return true;
         if (end == std::string_view::npos) return false;
         rest.remove_prefix(end + 1);
     }
@@ -83,12 +60,9 @@ int32_t file_find(const char* name, char* out) noexcept {
         msgerror("Can't search for NULL file...");
         return 0;
     }
-    char found[vell::k_path_bytes];
-    const char* path = name;
-    if (!file_exists(name)) {
-        if (!vell::find_in_list(vell::app_folders().search_list, name, found)) return 0;
-        path = found;
-    }
-    if (out != nullptr && out != name) std::snprintf(out, vell::k_path_bytes, "%s", path);
+    vell::PathText found;
+    if (!found.append(name)) return 0;
+    if (!file_exists(name) && !vell::find_in_list(vell::app_folders().search_list, name, found)) return 0;
+    if (out != nullptr && out != name) memcpy(out, found.text(), found.length() + 1);
     return 1;
 }

@@ -12,9 +12,6 @@ namespace vell {
 /// on the alternate stack where the thread has one. What the system refuses to redirect is left as it is.
 void install_fatal_handlers(void (*handler)(int)) noexcept;
 
-/// Gives `signal_number` its default action again, so that a second fault ends the process.
-void restore_default_action(int signal_number) noexcept;
-
 /// Gives the calling thread an alternate signal stack unless it has one, so that a stack overflow can be reported.
 /// The memory goes back when the thread ends. Failure is not reported: the thread then has no such stack.
 void ensure_alternate_stack() noexcept;

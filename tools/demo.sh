@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# A real clip through the tool, checked against ffmpeg. Every figure printed is measured in this run, and any mismatch
+# A real clip through the tool, checked against ffmpeg, and a card with it offloaded. Every figure printed is measured in this run, and any mismatch
 # ends it with an error.
 #
 # usage: tools/demo.sh VELL [FOLDER]     VELL: the built tool; FOLDER: for the contact sheet and the lists of hashes
@@ -109,3 +109,7 @@ ffmpeg -v error -y -i "$work/source.y4m" -i "$work/proxy.y4m" -i "$work/average.
 echo "rows from the top: source, proxy, average of $window frames, reverse"
 echo "contact sheet:     $sheet"
 echo "hash lists:        $folder/{source,proxy,average}.framemd5"
+
+rm -f "$work"/{proxy,average,reverse}.y4m
+mkdir "$work/offload"
+"$(dirname "${BASH_SOURCE[0]}")/demo_offload.sh" "$vell" "$work/source.y4m" "$work/offload"

@@ -59,10 +59,6 @@ void install_fatal_handlers(void (*handler)(int)) noexcept {
         sigaction(signal_number, &action, nullptr);
 }
 
-void restore_default_action(int signal_number) noexcept {
-    signal(signal_number, SIG_DFL);
-}
-
 void ensure_alternate_stack() noexcept {
     stack_t present{};
     if (sigaltstack(nullptr, &present) != 0 || (present.ss_flags & SS_DISABLE) == 0) return;

@@ -7,6 +7,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <new>
 
 #include "platform/lock.h"
 
@@ -26,6 +27,23 @@ size_t read_small_file(const char* path, char* text, size_t capacity) noexcept {
     if (file >= 0) close(file);
     text[length] = '\0';
     return length;
+}
+
+bool read_whole_file(int file, size_t most_bytes, std::string& text) noexcept {
+    try {
+        text.clear();
+        for (;;) {
+            char piece[4096];
+            const ssize_t got = read(file, piece, sizeof piece);
+            if (got < 0 && errno == EINTR) continue;
+            if (got == 0) return true;
+            if (got < 0 || text.size() + static_cast<size_t>(got) > most_bytes) break;
+            text.append(piece, static_cast<size_t>(got));
+        }
+    } catch (const std::bad_alloc&) {  // a text that is not whole is no text
+    }
+    text.clear();
+    return false;
 }
 
 size_t read_small_line(const char* path, char* text, size_t capacity) noexcept {

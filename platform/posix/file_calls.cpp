@@ -15,6 +15,9 @@ namespace {
 int open_with_mode(const char* path, int flags, mode_t mode) noexcept {
     return open(path, flags, mode);
 }
+int open_in_folder(int folder, const char* name, int flags) noexcept {
+    return openat(folder, name, flags);
+}
 int status_of(int descriptor, struct stat* facts) noexcept {
     return fstat(descriptor, facts);
 }
@@ -39,6 +42,11 @@ constexpr FileCalls own_calls() noexcept {
     calls.unlink = unlink;
     calls.mkdir = mkdir;
     calls.rmdir = rmdir;
+    calls.openat = open_in_folder;
+    calls.unlinkat = unlinkat;
+    calls.rename_to_free_name = system_rename_to_free_name;
+    calls.read_folder = system_read_folder;
+    calls.entry_facts = system_entry_facts;
     calls.spawn = posix_spawnp;
     calls.create_thread = pthread_create;
     return calls;

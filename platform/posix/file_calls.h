@@ -3,8 +3,8 @@
 //
 // The table is the system's own until a test replaces entries, which it does while no transfer runs.
 //
-// To port: all entries are POSIX except pread_flags and pwrite_flags, which each system's folder provides
-// (see linux/flagged_calls.cpp).
+// To port: all entries are POSIX except pread_flags and pwrite_flags (see linux/flagged_calls.cpp) and
+// rename_to_free_name, read_folder and entry_facts (see linux/folder_records.cpp), which each system's folder provides.
 #pragma once
 
 #include <pthread.h>
@@ -13,6 +13,8 @@
 #include <sys/types.h>
 
 #include <cstdint>
+
+#include "platform/folder_records.h"
 
 namespace vell {
 
@@ -34,6 +36,15 @@ struct FileCalls {
     int (*unlink)(const char* path);
     int (*mkdir)(const char* path, mode_t mode);
     int (*rmdir)(const char* path);
+    int (*openat)(int folder, const char* name, int flags);
+    int (*unlinkat)(int folder, const char* name, int flags);
+    /// renameat2 or its like: refuses an existing destination with EEXIST, and with EINVAL or ENOSYS where the file
+    /// system or the system cannot.
+    int (*rename_to_free_name)(const char* from, const char* to);
+    /// A batch of a folder's records (platform/folder_records.h): bytes, 0 at the end.
+    ssize_t (*read_folder)(int folder, void* batch, size_t bytes);
+    /// What is known about a name in a folder; `follows_links` looks behind a symbolic link.
+    int (*entry_facts)(int folder, const char* name, bool follows_links, EntryFacts* facts);
     /// posix_spawnp: answers an error number, errno is not used.
     int (*spawn)(pid_t* child, const char* program, const posix_spawn_file_actions_t* actions,
                  const posix_spawnattr_t* attributes, char* const* arguments, char* const* environment);
@@ -53,5 +64,8 @@ int open_above_streams(const char* path, int flags, mode_t mode) noexcept;
 // What the system's folder provides for the table.
 ssize_t system_pread_flags(int descriptor, void* buffer, size_t bytes, off_t offset, int flags) noexcept;
 ssize_t system_pwrite_flags(int descriptor, const void* buffer, size_t bytes, off_t offset, int flags) noexcept;
+int system_rename_to_free_name(const char* from, const char* to) noexcept;
+ssize_t system_read_folder(int folder, void* batch, size_t bytes) noexcept;
+int system_entry_facts(int folder, const char* name, bool follows_links, EntryFacts* facts) noexcept;
 
 }  // namespace vell

@@ -13,6 +13,7 @@
 #include "files/file_faults.h"
 #include "files/test_files.h"
 #include "support/log_capture.h"
+#include "support/random_seed.h"
 #include "support/temporary_folder.h"
 #include "vellcore/buffered_file_reader.h"
 #include "vellcore/buffered_file_writer.h"
@@ -155,7 +156,7 @@ TEST_F(WriterTest, GapsInsideTheBufferAreZeros) {
 
 // The same random writes, moves and flushes on a plain model of the file.
 TEST_F(WriterTest, FollowsAPlainModel) {
-    const unsigned seed = std::random_device{}();
+    const unsigned seed = random_seed();
     RecordProperty("seed", static_cast<int>(seed));
     SCOPED_TRACE(testing::Message() << "seed " << seed);
     std::minstd_rand random(seed);

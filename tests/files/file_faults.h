@@ -37,6 +37,21 @@ public:
         table.unlink = [](const char* path) { return refuses() ? -1 : real().unlink(path); };
         table.mkdir = [](const char* path, mode_t mode) { return refuses() ? -1 : real().mkdir(path, mode); };
         table.rmdir = [](const char* path) { return refuses() ? -1 : real().rmdir(path); };
+        table.openat = [](int folder, const char* name, int flags) {
+            return refuses() ? -1 : real().openat(folder, name, flags);
+        };
+        table.unlinkat = [](int folder, const char* name, int flags) {
+            return refuses() ? -1 : real().unlinkat(folder, name, flags);
+        };
+        table.rename_to_free_name = [](const char* from, const char* to) {
+            return refuses() ? -1 : real().rename_to_free_name(from, to);
+        };
+        table.read_folder = [](int folder, void* batch, size_t bytes) -> ssize_t {
+            return refuses() ? -1 : real().read_folder(folder, batch, bytes);
+        };
+        table.entry_facts = [](int folder, const char* name, bool follows_links, vell::EntryFacts* facts) {
+            return refuses() ? -1 : real().entry_facts(folder, name, follows_links, facts);
+        };
         table.spawn = [](pid_t* child, const char* program, const posix_spawn_file_actions_t* actions,
                          const posix_spawnattr_t* attributes, char* const* arguments, char* const* environment) {
             return refuses() ? error_number.load()

@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <climits>
 #include <cstdio>
+#include <fstream>
 #include <string>
 
 #include "platform/posix/file_calls.h"
@@ -102,13 +103,49 @@ TEST(FileMove, HasACodeForEveryReason) {
         {source, root + "/new/folder/y", false, 0},
         {root + "/new/folder/y", root + "/taken", true, 0},
         {root + "/taken", root + "/Editor.app/y", true, 0},
-        {root + "/Editor.app/y", root + "/Editor.app/z", true, 0},
+        {root + "/Editor.app/y", root + "/Editor.app/z", true, -5},
+        {root + "/Editor.app/y", root + "/z", false, 0},
+        {root + "/new", root + "/b", false, 0},
+        {root + "/z", root + "/b", false, -11},
     };
     for (const auto& c : cases)
         EXPECT_EQ(file_move(c.from.c_str(), c.to.c_str(), c.overwrite), c.result) << c.to;
-    EXPECT_EQ(read_whole_file(root + "/Editor.app/z"), "s");
+    EXPECT_EQ(read_whole_file(root + "/z"), "s");
     EXPECT_EQ(file_move(nullptr, "/x", true), -6);
     EXPECT_EQ(file_move("/x", nullptr, true), -10);
+}
+
+// What appears at the destination between the checks and the rename stays.
+TEST(FileMove, ReplacesNothingThatAppearsMeanwhile) {
+    const TemporaryFolder folder;
+    static std::string rival;
+    rival = folder / "to";
+    folder.write("from", "mine");
+    vell::file_calls.rename_to_free_name = [](const char* from, const char* to) {
+        std::ofstream(rival) << "theirs";
+        return vell::system_file_calls.rename_to_free_name(from, to);
+    };
+    EXPECT_EQ(file_move((folder / "from").c_str(), rival.c_str(), false), -7);
+    vell::file_calls = vell::system_file_calls;
+    EXPECT_EQ(read_whole_file(rival), "theirs");
+    vell::file_calls.rename_to_free_name = [](const char*, const char*) { return errno = EINVAL, -1; };
+    EXPECT_EQ(file_move((folder / "from").c_str(), (folder / "other").c_str(), false), 0)
+        << "where that call is missing";
+    vell::file_calls = vell::system_file_calls;
+}
+
+// A rival makes the folder between the parent's making and the second try.
+TEST(FileCreateDirectory, CountsARivalsFolderAsMade) {
+    const TemporaryFolder folder;
+    static int calls;
+    calls = 0;
+    vell::file_calls.mkdir = [](const char* path, mode_t mode) {
+        if (++calls == 4) vell::system_file_calls.mkdir(path, mode);
+        return vell::system_file_calls.mkdir(path, mode);
+    };
+    EXPECT_EQ(file_create_directory((folder / "a/b").c_str(), true), 1);
+    vell::file_calls = vell::system_file_calls;
+    EXPECT_TRUE(file_is_directory((folder / "a/b").c_str()));
 }
 
 TEST(FileBackup, ShiftsOldFilesByOne) {

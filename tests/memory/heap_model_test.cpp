@@ -12,6 +12,7 @@
 #include "heap_log.h"
 #include "memory/heap_record.h"
 #include "plain_heap.h"
+#include "support/random_seed.h"
 
 namespace {
 
@@ -207,7 +208,7 @@ class HeapModel : public testing::TestWithParam<Setup> {};
 
 TEST_P(HeapModel, DoesWhatAWalkOverAllBlocksWouldDo) {
     for (unsigned round = 0; round < 6; ++round) {
-        const unsigned seed = std::random_device()();
+        const unsigned seed = random_seed();
         Twins twins(GetParam(), seed);
         for (unsigned step = 0; step < GetParam().steps; ++step) {
             twins.step();

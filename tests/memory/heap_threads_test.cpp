@@ -12,6 +12,7 @@
 
 #include "heap_log.h"
 #include "memory/heap_record.h"
+#include "support/random_seed.h"
 #include "vellcore/lockable_heap.h"
 
 namespace {
@@ -124,7 +125,7 @@ class HeapStress : public testing::TestWithParam<int> {};
 
 TEST_P(HeapStress, KeepsEveryOwnersBytes) {
     HeapLog log;
-    const unsigned seed = std::random_device()();
+    const unsigned seed = random_seed();
     _mheap* heap = mheap_initialize("Stress", 40000, GetParam() == MHEAP_COMPACT ? 20 : 16, GetParam(), 0);
     std::vector<Owner> owners;
     for (unsigned i = 0; i < 4; ++i)

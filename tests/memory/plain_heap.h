@@ -121,8 +121,11 @@ public:
         return nullptr;
     }
     bool unlock_ex(void* data) {
-        Block* block = of(data);
-        if (block->exclusive_count == 0) return false;
+        // A lock may outlive its block: `data` is then anywhere in others.
+        Block* block = first();
+        while (block != end() && (block->state == 0 || block->data != data))
+            block = next(block);
+        if (block == end() || block->exclusive_count == 0) return false;
         --block->exclusive_count;
         if ((block->flags & 1) != 0) {
             release(block);

@@ -2,20 +2,41 @@
 
 #include "vellcore/child_process.h"
 
+#include <sys/ptrace.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <string>
+#include <thread>
+#include <vector>
 
 #include "vellcore/message_log.h"
 #include "vellcore/threads.h"
 
 namespace {
 
+constexpr char k_traced_child[] = "VELL_TRACED_CHILD";
+constexpr int k_cannot_be_traced = 77;
+
+/// The part of a child that this program plays when the variable is set: it stops as debuggers make programs stop,
+/// which is the only stop that a parent learns of without asking for it.
+[[gnu::constructor]] void play_traced_child() {
+    const char* pipe_end = std::getenv(k_traced_child);
+    if (pipe_end == nullptr) return;
+    const pid_t self = getpid();
+    if (write(std::atoi(pipe_end), &self, sizeof self) != static_cast<ssize_t>(sizeof self)) _exit(1);
+    if (ptrace(PTRACE_TRACEME, 0, nullptr, nullptr) != 0) _exit(k_cannot_be_traced);
+    raise(SIGSTOP);
+    _exit(0);
+}
+
 class ChildProcess : public testing::Test {
 protected:
     void SetUp() override {
+        signal(SIGCHLD, SIG_DFL);
         log = tmpfile();
         ASSERT_NE(log, nullptr);
         msg_initialize(log);
@@ -49,6 +70,7 @@ TEST_F(ChildProcess, TellsHowTheChildEnded) {
         {"exit 255", {true, 255, true, false, 0}},
         {"kill -9 $$", {true, 137, false, true, 9}},
         {"kill -15 $$", {true, 143, false, true, 15}},
+        {"ulimit -c 0; kill -6 $$", {true, 134, false, true, 6}},
     };
     for (const auto& c : cases) {
         ProcessResultStruct result{false, 7, false, true, 7};
@@ -120,6 +142,63 @@ TEST_F(ChildProcess, RunsOnWhenNobodyWaits) {
     EXPECT_STREQ(text, "done\n");
     close(ends[0]);
     close(ends[1]);
+}
+
+TEST_F(ChildProcess, ReturnsWhenATracedChildStops) {
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    setenv(k_traced_child, std::to_string(ends[1]).c_str(), 1);
+    char name[] = "child";
+    char* arguments[] = {name, nullptr};
+    ProcessResultStruct result{true, 7, true, true, 7};
+    EXPECT_TRUE(SpawnAndLoopUntilFinished("/proc/self/exe", arguments, true, nullptr, nullptr, result, 1));
+    if (result.exit_code == k_cannot_be_traced) GTEST_SKIP() << "no right to be traced";
+    EXPECT_TRUE(result.started);
+    EXPECT_EQ(result.exit_code, -1);
+    EXPECT_FALSE(result.exited || result.signalled);
+    pid_t child = 0;
+    ASSERT_EQ(read(ends[0], &child, sizeof child), static_cast<ssize_t>(sizeof child));
+    kill(child, SIGKILL);
+    EXPECT_EQ(waitpid(child, nullptr, 0), child);
+    close(ends[0]);
+    close(ends[1]);
+}
+
+// Nobody reports the stop of a child that is not traced; the call waits until it goes on.
+TEST_F(ChildProcess, WaitsForAStoppedChildToGoOn) {
+    ProcessResultStruct result{};
+    bool was_stopped = false;
+    EXPECT_TRUE(run(
+        "kill -STOP $$; exit 5", result,
+        [](void* argument) {
+            siginfo_t info{};
+            if (waitid(P_ALL, 0, &info, WSTOPPED | WNOHANG) != 0 || info.si_pid == 0) return;
+            *static_cast<bool*>(argument) = true;
+            kill(info.si_pid, SIGCONT);
+        },
+        &was_stopped));
+    EXPECT_TRUE(was_stopped);
+    EXPECT_TRUE(result.exited);
+    EXPECT_EQ(result.exit_code, 5);
+}
+
+TEST_F(ChildProcess, TellsEachThreadOfItsOwnChild) {
+    constexpr int k_threads = 4, k_children = 8;
+    std::vector<std::thread> threads;
+    std::vector<int> right(k_threads);
+    for (int thread = 0; thread < k_threads; ++thread) {
+        threads.emplace_back([this, thread, &right] {
+            for (int child = 0; child < k_children; ++child) {
+                ProcessResultStruct result{};
+                const int code = thread * k_children + child;
+                if (run("exit " + std::to_string(code), result) && result.exit_code == code)
+                    ++right[static_cast<size_t>(thread)];
+            }
+        });
+    }
+    for (std::thread& thread : threads)
+        thread.join();
+    EXPECT_EQ(right, std::vector<int>(k_threads, k_children));
 }
 
 }  // namespace

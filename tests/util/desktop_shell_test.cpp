@@ -2,8 +2,13 @@
 
 #include "vellcore/desktop_shell.h"
 
+#include <sys/stat.h>
+
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
+
+#include "support/temporary_folder.h"
 
 namespace {
 
@@ -56,6 +61,40 @@ TEST(DesktopShell, KnowsTheUsersLocale) {
         setenv("LANG", c.lang, 1);
         EXPECT_STREQ(cocoa_user_locale(), c.expected);
     }
+}
+
+TEST(DesktopShell, KnowsWhatTheDesktopHides) {
+    const TemporaryFolder folder;
+    folder.write("list/.hidden", "listed\n\nname with blanks\nlast");
+    for (const char* name :
+         {"list/listed", "list/name with blanks", "list/last", "list/shown", "list/.dot", "list/back~"})
+        folder.write(name, "");
+    std::filesystem::create_directories(folder / "pipe/.folder");
+    ASSERT_EQ(mkfifo((folder / "pipe/.hidden").c_str(), 0600), 0);
+    std::filesystem::create_symlink("nowhere", folder / "pipe/.link");
+    const struct {
+        const char* path;
+        bool is_hidden;
+    } cases[] = {
+        {"list/listed", true},     {"list/name with blanks", true},
+        {"list/last", true},       {"list/shown", false},
+        {"list/.dot", true},       {"list/back~", false},
+        {"list/.missing", false},  {"list/.hidden", true},
+        {"pipe/.folder", true},    {"pipe/.folder/", true},
+        {"pipe/.folder/.", false}, {"pipe/.folder/..", false},
+        {"pipe/.link", true},      {"pipe", false},
+        {"list/listed/", false},
+    };
+    for (const auto& c : cases)
+        EXPECT_EQ(cocoa_file_is_hidden((folder / c.path).c_str()), c.is_hidden) << c.path;
+    std::filesystem::current_path(folder / "list");
+    EXPECT_TRUE(cocoa_file_is_hidden("listed"));
+    EXPECT_FALSE(cocoa_file_is_hidden("shown"));
+    EXPECT_FALSE(cocoa_file_is_hidden("/Volumes"));
+    EXPECT_FALSE(cocoa_file_is_hidden("/"));
+    EXPECT_FALSE(cocoa_file_is_hidden(""));
+    EXPECT_FALSE(cocoa_file_is_hidden(nullptr));
+    std::filesystem::current_path("/");
 }
 
 }  // namespace

@@ -9,8 +9,8 @@
 #include <vector>
 
 #include "clip_commands.h"
+#include "clip_exit_codes.h"
 #include "clip_job.h"
-#include "failure.h"
 #include "share_out.h"
 #include "vellcore/hash_functions.h"
 

@@ -4,8 +4,8 @@
 
 #include "byte_size.h"
 #include "clip_commands.h"
+#include "clip_exit_codes.h"
 #include "clip_reader.h"
-#include "failure.h"
 
 namespace tool {
 namespace {

@@ -10,7 +10,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "failure.h"
+#include "clip_exit_codes.h"
 #include "unfinished_file.h"
 #include "vellcore/buffered_file_writer.h"
 

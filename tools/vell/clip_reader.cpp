@@ -9,7 +9,7 @@
 #include <cerrno>
 #include <cstring>
 
-#include "failure.h"
+#include "clip_exit_codes.h"
 #include "vellcore/file_io.h"
 
 namespace tool {
@@ -19,7 +19,7 @@ constexpr int k_read_ahead_blocks = 8;
 constexpr int k_block_bytes = 1 << 20;
 constexpr uint64_t k_lost = UINT64_MAX;  // stream position that no frame lies behind
 
-[[noreturn]] void fail(ExitCode code, const std::string& path, const std::string& what) {
+[[noreturn]] void fail(int code, const std::string& path, const std::string& what) {
     throw Failure{code, path + ": " + what};
 }
 

@@ -104,7 +104,7 @@ void print_diagnosis(const std::string& path) {
     print_line("transfers", io_backend_name());
     print_line("uncached", std::string(io_uncached_mode(path.c_str())) + " (" + path + ")");
     print_folders();
-    if (std::fflush(stdout) != 0) throw Failure{k_exit_unwritable, "standard output: cannot be written"};
+    if (std::fflush(stdout) != 0) throw Failure{k_exit_other, "standard output: cannot be written"};
 }
 
 }  // namespace tool

@@ -3,7 +3,7 @@
 #include "frame_heap.h"
 
 #include "byte_size.h"
-#include "failure.h"
+#include "clip_exit_codes.h"
 #include "vellcore/heap_set.h"
 #include "vellcore/lockable_heap.h"
 

@@ -4,7 +4,7 @@
 
 #include <atomic>
 
-#include "failure.h"
+#include "clip_exit_codes.h"
 #include "vellcore/lockable_heap.h"
 
 namespace tool {

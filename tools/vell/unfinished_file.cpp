@@ -13,7 +13,7 @@
 #include <cstdio>
 #include <cstring>
 
-#include "failure.h"
+#include "clip_exit_codes.h"
 
 namespace tool {
 namespace {

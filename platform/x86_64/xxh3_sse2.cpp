@@ -1,0 +1,12 @@
+// XXH3 compiled for SSE2 (platform/CMakeLists.txt sets the compiler's options).
+
+#include "platform/x86_64/xxh3_levels.h"
+#include "platform/xxh3_level.h"
+
+static_assert(XXH_VECTOR == XXH_SSE2, "this file's compiler options are missing");
+
+namespace vell {
+
+const Xxh3Kernels k_xxh3_sse2 = k_xxh3_level;
+
+}  // namespace vell

@@ -1,0 +1,115 @@
+// The global locale and its catalogs. The only file that knows Boost.Locale, whose exceptions end here.
+//
+// Every locale that was made is kept for the life of the process, since translations point into it. `locale_lock`
+// guards what they are made from; the present name is published as a pointer to a text that is kept as well.
+
+#include <atomic>
+#include <boost/locale/generator.hpp>
+#include <boost/locale/info.hpp>
+#include <boost/locale/localization_backend.hpp>
+#include <boost/locale/message.hpp>
+#include <exception>
+#include <locale>
+#include <map>
+#include <string>
+
+#include "platform/lock.h"
+#include "vellcore/desktop_shell.h"
+#include "vellcore/language.h"
+
+namespace vell {
+namespace {
+
+struct KeptLocale {
+    std::locale locale;
+    std::string name;  // language, country and variant
+};
+
+struct Locales {
+    Mutex lock;
+    std::string messages_path VELL_GUARDED_BY(lock);
+    std::string domain VELL_GUARDED_BY(lock);
+    std::multimap<std::string, KeptLocale> kept VELL_GUARDED_BY(lock);       // by full name; of all folders so far
+    std::map<std::string, const KeptLocale*> present VELL_GUARDED_BY(lock);  // of the present folder and domain
+    std::atomic<const char*> name{""};                                       // of the locale that was set last
+};
+
+Locales& locales() {
+    static auto* const all = new Locales;  // never destroyed: translations are asked for until the process ends
+    return *all;
+}
+
+std::string describe(const std::locale& locale) {
+    const auto& facts = std::use_facet<boost::locale::info>(locale);
+    std::string name = facts.language();
+    if (!facts.country().empty()) name += "_" + facts.country();
+    if (!facts.variant().empty()) name += "@" + facts.variant();
+    return name;
+}
+
+/// The locale of that name, made when it is wanted for the first time.
+const KeptLocale& find_or_make(Locales& all, const std::string& name) VELL_REQUIRES(all.lock) {
+    if (const auto found = all.present.find(name); found != all.present.end()) return *found->second;
+    boost::locale::generator generator;
+    generator.add_messages_path(all.messages_path);
+    generator.add_messages_domain(all.domain);
+    const std::locale made = generator(name);
+    std::string described = describe(made);
+    const auto kept = all.kept.emplace(name, KeptLocale{made, std::move(described)});
+    return *all.present.emplace(name, &kept->second).first->second;
+}
+
+void choose_backend() {
+    auto manager = boost::locale::localization_backend_manager::global();
+    manager.select("posix");
+    boost::locale::localization_backend_manager::global(manager);
+}
+
+}  // namespace
+}  // namespace vell
+
+void vl_locale_init(const char* messages_path, const char* default_domain) noexcept {
+    try {
+        vell::Locales& all = vell::locales();
+        const vell::ScopedLock lock(all.lock);
+        vell::choose_backend();
+        all.messages_path = messages_path != nullptr ? messages_path : "";
+        all.domain = default_domain != nullptr ? default_domain : "";
+        all.present.clear();
+    } catch (const std::exception&) {  // short of memory: what was set before stays
+    }
+}
+
+void vl_locale_set(const char* name) noexcept {
+    try {
+        const bool is_named = name != nullptr && *name != '\0';
+        const std::string wanted = is_named ? name : std::string(cocoa_user_locale()) + ".UTF-8";
+        vell::Locales& all = vell::locales();
+        const vell::ScopedLock lock(all.lock);
+        const vell::KeptLocale& found = vell::find_or_make(all, wanted);
+        std::locale::global(found.locale);
+        all.name.store(found.name.c_str(), std::memory_order_release);
+    } catch (const std::exception&) {  // a name that Boost refuses: the locale stays as it is
+    }
+}
+
+const char* vl_locale_get() noexcept {
+    try {
+        return vell::locales().name.load(std::memory_order_acquire);
+    } catch (const std::exception&) {
+        return "";
+    }
+}
+
+const char* vl_locale_pgettext(const char* context, const char* id) noexcept {
+    if (id == nullptr) return nullptr;
+    try {
+        using Messages = boost::locale::message_format<char>;
+        const std::locale global;
+        const char* translation =
+            std::has_facet<Messages>(global) ? std::use_facet<Messages>(global).get(0, context, id) : nullptr;
+        return translation != nullptr ? translation : id;
+    } catch (const std::exception&) {
+        return id;
+    }
+}
