@@ -67,6 +67,11 @@ bool vl_lang_init() noexcept {
         msgcont("Locale path: %s", folder);
         return false;
     }
+    return vl_lang_init_from(folder);
+}
+
+bool vl_lang_init_from(const char* folder) noexcept {
+    if (folder == nullptr || !file_is_directory(folder)) return false;
     vl_locale_init(folder, vell::k_domain);
     free_locales();
     try {

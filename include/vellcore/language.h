@@ -42,6 +42,10 @@ static_assert(sizeof(vl_lang_enum_item) == 40, "hosts know the layout");
 ///          support available.", continued by "Locale path: %s": what was there before stays as it is.
 VELL_API bool vl_lang_init() noexcept;
 
+/// vl_lang_init for a program that knows where its locale folder is. It needs no start-up before it.
+/// @return  false when `folder` is null or no folder, without a line in the log: what was there before stays as it is.
+VELL_API bool vl_lang_init_from(const char* folder) noexcept;
+
 /// Frees the menu and the codes. The language stays.
 VELL_API void vl_lang_free() noexcept;
 VELL_API void free_locales() noexcept;

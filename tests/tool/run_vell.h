@@ -28,6 +28,7 @@ inline pid_t start_vell(const TemporaryFolder& folder, const std::vector<std::st
     const int error_file = open((folder / "stderr").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0666);
     dup2(out_file, STDOUT_FILENO);
     dup2(error_file, STDERR_FILENO);
+    setenv("LC_ALL", "C", 1);  // the tests read English, whoever runs them
     std::vector<char*> texts;
     std::string program = VELL_PROGRAM;
     texts.push_back(program.data());

@@ -12,6 +12,7 @@
 #include "clip_exit_codes.h"
 #include "clip_job.h"
 #include "share_out.h"
+#include "translation.h"
 #include "vellcore/hash_functions.h"
 
 namespace tool {
@@ -84,7 +85,7 @@ void print_frame_sums(const ClipOptions& options) {
         job.frames_done(digests.size());
     }
     if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
-        throw Failure{k_exit_unwritable, "standard output: cannot be written"};
+        throw Failure{k_exit_unwritable, tr("problem", "standard output: cannot be written")};
     }
     job.finish();
 }

@@ -6,16 +6,15 @@
 #include "clip_commands.h"
 #include "clip_exit_codes.h"
 #include "clip_reader.h"
+#include "labelled_lines.h"
+#include "translation.h"
 
 namespace tool {
 namespace {
 
-void print_ratio(const char* label, Ratio ratio) {
-    if (ratio.numerator == 0 || ratio.denominator == 0) {
-        std::printf("%s unknown\n", label);
-    } else {
-        std::printf("%s %u:%u\n", label, ratio.numerator, ratio.denominator);
-    }
+std::string ratio_text(Ratio ratio) {
+    if (ratio.numerator == 0 || ratio.denominator == 0) return tr("report", "unknown");
+    return formatted("%u:%u", ratio.numerator, ratio.denominator);
 }
 
 }  // namespace
@@ -23,21 +22,26 @@ void print_ratio(const char* label, Ratio ratio) {
 void print_clip_info(const ClipOptions& options) {
     const ClipReader clip(options.input);
     const ClipFormat& format = clip.format();
-    std::printf("clip:         %s\n", clip.path().c_str());
-    std::printf("size:         %ux%u\n", format.width, format.height);
-    std::printf("chroma:       %s, %u bit, %u plane%s\n", format.chroma_name.c_str(), format.bits, format.plane_count,
-                format.plane_count == 1 ? "" : "s");
-    print_ratio("frame rate:  ", format.rate);
-    print_ratio("pixel aspect:", format.aspect);
-    std::printf("frames:       %zu of %llu bytes\n", clip.frame_count(),
-                static_cast<unsigned long long>(format.frame_bytes()));
+    LabelledLines lines;
+    lines.add(tr("report", "clip"), clip.path());
+    lines.add(tr("report", "size"), formatted("%ux%u", format.width, format.height));
+    lines.add(tr("report", "chroma"), formatted(format.plane_count == 1 ? tr("report", "%s, %u bit, %u plane")
+                                                                        : tr("report", "%s, %u bit, %u planes"),
+                                                format.chroma_name.c_str(), format.bits, format.plane_count));
+    lines.add(tr("report", "frame rate"), ratio_text(format.rate));
+    lines.add(tr("report", "pixel aspect"), ratio_text(format.aspect));
+    lines.add(tr("report", "frames"),
+              formatted(tr("report", "%llu of %llu bytes"), number(clip.frame_count()), number(format.frame_bytes())));
     if (format.rate.numerator != 0 && format.rate.denominator != 0) {
-        std::printf("duration:     %.3f s\n",
-                    static_cast<double>(clip.frame_count()) * format.rate.denominator / format.rate.numerator);
+        lines.add(tr("report", "duration"),
+                  formatted(tr("report", "%.3f s"),
+                            static_cast<double>(clip.frame_count()) * format.rate.denominator / format.rate.numerator));
     }
-    const std::string header = format_clip_header(format);
-    std::printf("header:       %s", header.c_str());
-    if (std::fflush(stdout) != 0) throw Failure{k_exit_unwritable, "standard output: cannot be written"};
+    std::string header = format_clip_header(format);
+    header.pop_back();  // its newline
+    lines.add(tr("report", "header"), header);
+    lines.print(stdout);
+    if (std::fflush(stdout) != 0) throw Failure{k_exit_unwritable, tr("problem", "standard output: cannot be written")};
 }
 
 }  // namespace tool

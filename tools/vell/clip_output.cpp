@@ -11,6 +11,8 @@
 #include <cstring>
 
 #include "clip_exit_codes.h"
+#include "error_text.h"
+#include "translation.h"
 #include "unfinished_file.h"
 #include "vellcore/buffered_file_writer.h"
 
@@ -20,7 +22,7 @@ namespace {
 constexpr int k_write_buffer_bytes = 4 << 20;  // each of two
 
 [[noreturn]] void fail(const std::string& path, const std::string& what, int error) {
-    throw Failure{k_exit_unwritable, path + ": " + what + (error != 0 ? std::string(": ") + strerror(error) : "")};
+    throw Failure{k_exit_unwritable, path + ": " + what + (error != 0 ? ": " + error_text(error) : "")};
 }
 
 /// Standard output, or a device or pipe under a name.
@@ -35,7 +37,7 @@ public:
         while (bytes > 0) {
             const ssize_t written = ::write(descriptor_, rest, bytes);
             if (written < 0 && errno == EINTR) continue;
-            if (written <= 0) fail(name_, "cannot be written", errno);
+            if (written <= 0) fail(name_, tr("problem", "cannot be written"), errno);
             rest += written;
             bytes -= static_cast<size_t>(written);
         }
@@ -61,7 +63,7 @@ public:
     explicit FileOutput(const std::string& path) : path_(path), file_(path), writer_(-1, /*allocate*/ true) {
         writer_.set_buffer(k_write_buffer_bytes, /*double_buffered*/ true);
         if (!writer_.open_file(file_.temporary_path(), /*size*/ 0, /*write_through*/ true)) {
-            fail(path_, "cannot be written", errno);
+            fail(path_, tr("problem", "cannot be written"), errno);
         }
     }
     void write(const void* data, size_t bytes) override {
@@ -72,14 +74,14 @@ public:
         writer_.close_file(/*final*/ true);
         if (writer_.error() != 0) give_up();
         const int error = file_.keep();
-        if (error != 0) fail(path_, "cannot be put in its place", error);
+        if (error != 0) fail(path_, tr("problem", "cannot be put in its place"), error);
     }
 
 private:
     [[noreturn]] void give_up() {
         const auto position = static_cast<off_t>(writer_.get_file_position());
         writer_.close_file(/*final*/ true);
-        fail(path_, "writing failed near byte " + std::to_string(position),
+        fail(path_, formatted(tr("problem", "writing failed near byte %llu"), number(static_cast<uint64_t>(position))),
              reason_of_failure(file_.temporary_path(), position));
     }
 
@@ -100,20 +102,20 @@ std::string resolved(const std::string& path) {
 }  // namespace
 
 std::unique_ptr<ClipOutput> open_clip_output(const std::string& path, const std::string& input) {
-    if (path == "-") return std::make_unique<StreamOutput>("standard output", STDOUT_FILENO);
-    if (path.empty()) throw Failure{k_exit_command_line, "the output has no name"};
+    if (path == "-") return std::make_unique<StreamOutput>(tr("problem", "standard output"), STDOUT_FILENO);
+    if (path.empty()) throw Failure{k_exit_command_line, tr("problem", "the output has no name")};
     struct stat there {};
     struct stat source {};
     const bool is_there = stat(path.c_str(), &there) == 0;
     if (is_there && stat(input.c_str(), &source) == 0 && there.st_dev == source.st_dev &&
         there.st_ino == source.st_ino) {
-        throw Failure{k_exit_command_line, path + ": is the input clip; choose another output"};
+        throw Failure{k_exit_command_line, path + ": " + tr("problem", "is the input clip; choose another output")};
     }
     // The folder alone would let a protected file be replaced.
-    if (is_there && access(path.c_str(), W_OK) != 0) fail(path, "cannot be written", errno);
+    if (is_there && access(path.c_str(), W_OK) != 0) fail(path, tr("problem", "cannot be written"), errno);
     if (!is_there || S_ISREG(there.st_mode)) return std::make_unique<FileOutput>(resolved(path));
     const int stream = open(path.c_str(), O_WRONLY | O_CLOEXEC);
-    if (stream < 0) fail(path, "cannot be written", errno);
+    if (stream < 0) fail(path, tr("problem", "cannot be written"), errno);
     return std::make_unique<StreamOutput>(path, stream);
 }
 

@@ -10,6 +10,8 @@
 #include <cstring>
 
 #include "clip_exit_codes.h"
+#include "error_text.h"
+#include "translation.h"
 #include "vellcore/file_io.h"
 
 namespace tool {
@@ -26,8 +28,8 @@ constexpr uint64_t k_lost = UINT64_MAX;  // stream position that no frame lies b
 uint64_t size_of_regular_file(const std::string& path) {
     struct stat facts {};
     if (stat(path.c_str(), &facts) != 0)
-        fail(k_exit_unreadable, path, std::string("cannot be read: ") + strerror(errno));
-    if (!S_ISREG(facts.st_mode)) fail(k_exit_unreadable, path, "is not a regular file");
+        fail(k_exit_unreadable, path, formatted(tr("problem", "cannot be read: %s"), error_text(errno).c_str()));
+    if (!S_ISREG(facts.st_mode)) fail(k_exit_unreadable, path, tr("problem", "is not a regular file"));
     return static_cast<uint64_t>(facts.st_size);
 }
 
@@ -35,7 +37,8 @@ void open_input(fReadBuffer& reader, const std::string& path, bool direct) {
     errno = 0;
     if (reader.open_file(path.c_str(), /*shared*/ true, /*prefetch*/ false, direct)) return;
     fail(k_exit_unreadable, path,
-         std::string("cannot be opened: ") + (errno != 0 ? strerror(errno) : "unknown reason"));
+         errno != 0 ? formatted(tr("problem", "cannot be opened: %s"), error_text(errno).c_str())
+                    : tr("problem", "cannot be opened"));
 }
 
 uint64_t rounded_down(uint64_t value, uint64_t unit) {
@@ -46,7 +49,7 @@ uint64_t rounded_up(uint64_t value, uint64_t unit) {
 }
 
 std::string place(size_t frame, uint64_t position) {
-    return "frame " + std::to_string(frame) + " at byte " + std::to_string(position);
+    return formatted(tr("problem", "frame %llu at byte %llu"), number(frame), number(position));
 }
 
 }  // namespace
@@ -80,7 +83,7 @@ ClipReader::Line ClipReader::read_line(uint64_t position, size_t longest, uint64
     const uint64_t text_end = position + std::min<uint64_t>(longest, file_bytes - position);
     std::vector<char> text(rounded_up(text_end, unit) - start);
     if (direct_.read_raw_bytes(text.data(), start, text.size(), text.size()) == 0) {
-        fail(k_exit_unreadable, path_, "cannot be read at byte " + std::to_string(start));
+        fail(k_exit_unreadable, path_, formatted(tr("problem", "cannot be read at byte %llu"), number(start)));
     }
     const auto begin = text.begin() + static_cast<ptrdiff_t>(position - start);
     const auto limit = text.begin() + static_cast<ptrdiff_t>(text_end - start);
@@ -90,11 +93,11 @@ ClipReader::Line ClipReader::read_line(uint64_t position, size_t longest, uint64
 
 void ClipReader::read_header(uint64_t file_bytes) {
     const Line line = file_bytes > 0 ? read_line(0, k_longest_header, file_bytes) : Line();
-    std::string problem = "not a YUV4MPEG2 clip";
+    std::string problem = tr("problem", "not a YUV4MPEG2 clip");
     const auto parsed = parse_clip_header(line.text, problem);
     if (!line.has_end && is_clip_header(line.text)) {
-        if (line.meets_end) fail(k_exit_truncated, path_, "truncated: ends inside the header");
-        problem = "the header does not end within " + std::to_string(k_longest_header) + " bytes";
+        if (line.meets_end) fail(k_exit_truncated, path_, tr("problem", "truncated: ends inside the header"));
+        problem = formatted(tr("problem", "the header does not end within %llu bytes"), number(k_longest_header));
     }
     if (!parsed || !line.has_end) fail(k_exit_bad_header, path_, problem);
     format_ = *parsed;
@@ -108,14 +111,17 @@ void ClipReader::find_frames(uint64_t file_bytes) {
         const Line line = read_line(position, k_longest_frame_line, file_bytes);
         const auto parameters = parse_frame_line(line.text);
         if (line.meets_end && (parameters || is_start_of_frame_line(line.text))) {
-            fail(k_exit_truncated, path_, "truncated: ends inside the line of " + place(frame, position));
+            fail(k_exit_truncated, path_,
+                 formatted(tr("problem", "truncated: ends inside the line of %s"), place(frame, position).c_str()));
         }
-        if (!parameters || !line.has_end) fail(k_exit_bad_header, path_, "no FRAME line: " + place(frame, position));
+        if (!parameters || !line.has_end)
+            fail(k_exit_bad_header, path_,
+                 formatted(tr("problem", "no FRAME line: %s"), place(frame, position).c_str()));
         const uint64_t start = position + line.text.size() + 1;
         if (file_bytes - start < frame_bytes) {
             fail(k_exit_truncated, path_,
-                 "truncated: " + place(frame, start) + " needs " + std::to_string(frame_bytes) + " bytes, " +
-                     std::to_string(file_bytes - start) + " are there");
+                 formatted(tr("problem", "truncated: %s needs %llu bytes, %llu are there"), place(frame, start).c_str(),
+                           number(frame_bytes), number(file_bytes - start)));
         }
         if (!parameters->empty()) frame_parameters_[frame] = *parameters;
         frame_starts_.push_back(start);
@@ -151,7 +157,7 @@ bool ClipReader::read_directly(uint64_t position, void* buffer) {
 void ClipReader::read_frame(size_t frame, void* buffer) {
     const uint64_t position = frame_starts_[frame];
     if (read_streamed(position, buffer) || read_directly(position, buffer)) return;
-    fail(k_exit_unreadable, path_, "cannot be read: " + place(frame, position));
+    fail(k_exit_unreadable, path_, formatted(tr("problem", "cannot be read: %s"), place(frame, position).c_str()));
 }
 
 }  // namespace tool

@@ -4,7 +4,9 @@
 #include <cerrno>
 #include <cstring>
 
+#include "error_text.h"
 #include "interrupt.h"
+#include "translation.h"
 
 namespace tool {
 namespace {
@@ -40,7 +42,7 @@ void CopyTarget::fail_text(const std::string& problem, bool is_mismatch) {
 }
 
 void CopyTarget::fail(int error) {
-    fail_text(strerror(error));
+    fail_text(error_text(error));
     destination_.consider(error);
 }
 
@@ -70,7 +72,7 @@ bool CopyTarget::begin() {
         return false;
     }
     if (!S_ISREG(facts.st_mode)) {
-        fail_text(std::string("there is ") + kind_of(facts.st_mode) + " of that name");
+        fail_text(formatted(tr("problem", "there is %s of that name"), kind_of(facts.st_mode)));
         return false;
     }
     return options_.overwrites ? begin_new(/*replaces*/ true) : begin_comparison(static_cast<uint64_t>(facts.st_size));
@@ -94,8 +96,9 @@ bool CopyTarget::begin_new(bool replaces) {
 bool CopyTarget::begin_comparison(uint64_t bytes_there) {
     compares_ = true;
     if (bytes_there != file_.bytes) {
-        fail_text("another file is there, of " + std::to_string(bytes_there) + " bytes instead of " +
-                  std::to_string(file_.bytes) + " (--overwrite replaces it)");
+        fail_text(
+            formatted(tr("problem", "another file is there, of %llu bytes instead of %llu (--overwrite replaces it)"),
+                      number(bytes_there), number(file_.bytes)));
         return false;
     }
     int error = copy_.open(folder_->get(), name_.c_str());
@@ -122,8 +125,9 @@ void CopyTarget::compare(const Block& block) {
     const int error = copy_.read(buffer_.get(), rounded_to_alignment(block.bytes), block.offset, bytes);
     if (error != 0) return fail(error);
     if (bytes < block.bytes || std::memcmp(buffer_.get(), block.data, block.bytes) != 0) {
-        return fail_text("another file is there, which differs from byte " + std::to_string(block.offset) +
-                         " on (--overwrite replaces it)");
+        return fail_text(
+            formatted(tr("problem", "another file is there, which differs from byte %llu on (--overwrite replaces it)"),
+                      number(block.offset)));
     }
     count(block.bytes);
 }
@@ -152,7 +156,7 @@ void CopyTarget::read_back() {
         const int error = copy_.settle();
         if (error != 0) return fail(error);
         for (const Written& written : batch) {
-            if (is_interrupted()) abandon("interrupted");  // take() may be waiting for us
+            if (is_interrupted()) abandon(tr("problem", "interrupted"));  // take() may be waiting for us
             if (has_failed()) return;
             check(written);
             const std::lock_guard lock(lock_);
@@ -167,9 +171,10 @@ void CopyTarget::check(const Written& written) {
     const int error = copy_.read(buffer_.get(), rounded_to_alignment(written.bytes), written.offset, bytes);
     if (error != 0) return fail(error);
     if (bytes < written.bytes || fingerprint_of(buffer_.get(), written.bytes) != written.fingerprint) {
-        return fail_text("the disk gives back something else than was written, between byte " +
-                             std::to_string(written.offset) + " and " + std::to_string(written.offset + written.bytes),
-                         /*is_mismatch*/ true);
+        return fail_text(
+            formatted(tr("problem", "the disk gives back something else than was written, between byte %llu and %llu"),
+                      number(written.offset), number(written.offset + written.bytes)),
+            /*is_mismatch*/ true);
     }
     count(written.bytes);
 }

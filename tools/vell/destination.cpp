@@ -9,6 +9,9 @@
 #include <cstring>
 #include <random>
 
+#include "error_text.h"
+#include "translation.h"
+
 namespace tool {
 namespace {
 
@@ -101,10 +104,10 @@ int Destination::open_journal() {
 
 void Destination::open() {
     const int error = open_root();
-    if (error != 0) return drop(strerror(error), error);
+    if (error != 0) return drop(error_text(error), error);
     const int journal_error = open_journal();
-    if (journal_error == EWOULDBLOCK) return drop("another offload is at work here", journal_error);
-    if (journal_error != 0) drop(path_of(k_journal_name) + ": " + strerror(journal_error), journal_error);
+    if (journal_error == EWOULDBLOCK) return drop(tr("problem", "another offload is at work here"), journal_error);
+    if (journal_error != 0) drop(path_of(k_journal_name) + ": " + error_text(journal_error), journal_error);
 }
 
 bool Destination::facts_of(std::string_view path, struct stat& facts) {
@@ -177,10 +180,10 @@ int Destination::drop_error() const {
 }
 
 void Destination::consider(int error) {
-    if (concerns_all_files(error)) return drop(strerror(error), error);
+    if (concerns_all_files(error)) return drop(error_text(error), error);
     struct stat facts {};
     const bool is_gone = error == ENOENT && disk_calls.file_facts(root_.get(), &facts) == 0 && facts.st_nlink == 0;
-    if (is_gone) drop("the folder is gone", error);
+    if (is_gone) drop(tr("problem", "the folder is gone"), error);
 }
 
 }  // namespace tool

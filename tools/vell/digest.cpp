@@ -9,6 +9,7 @@
 #include <variant>
 
 #include "failure.h"
+#include "translation.h"
 #include "vellcore/hash_functions.h"
 
 namespace tool {
@@ -52,7 +53,7 @@ struct Sha1 {
     Sha1() { vl_SHA1Reset(&state); }
     void add(const unsigned char* data, int bytes) { vl_SHA1Input(&state, data, static_cast<unsigned>(bytes)); }
     std::string finish() {
-        if (vl_SHA1Result(&state) == 0) throw Failure{k_exit_other, "a message too long for SHA-1"};
+        if (vl_SHA1Result(&state) == 0) throw Failure{k_exit_other, tr("problem", "a message too long for SHA-1")};
         std::string text;
         for (const unsigned word : state.Intermediate_Hash) {
             char digits[9];
@@ -141,7 +142,8 @@ DigestSet parse_digest_set(const std::vector<std::string>& values, DigestSet oth
             const auto kind = digest_kind_named(name);
             if (!kind) {
                 throw Failure{k_exit_command_line,
-                              "--hash: '" + name + "' is none of md5, sha1, xxh64, xxh3 and xxh128"};
+                              formatted(tr("problem", "--hash: '%s' is none of md5, sha1, xxh64, xxh3 and xxh128"),
+                                        name.c_str())};
             }
             set.add(*kind);
             from = comma + 1;

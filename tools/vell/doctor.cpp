@@ -5,26 +5,33 @@
 #include <sys/utsname.h>
 
 #include <cstdio>
+#include <utility>
 
 #include "byte_size.h"
 #include "failure.h"
+#include "labelled_lines.h"
+#include "text_columns.h"
+#include "translation.h"
 #include "vellcore/desktop_shell.h"
 #include "vellcore/file_io.h"
 #include "vellcore/file_operations.h"
 #include "vellcore/heap_set.h"
+#include "vellcore/language.h"
 #include "vellcore/system_info.h"
 
 namespace tool {
 namespace {
 
-void print_line(const char* label, const std::string& text) {
-    std::printf("%-17s %s\n", (std::string(label) + ":").c_str(), text.empty() ? "none" : text.c_str());
+constexpr size_t k_code_columns = 12;  // of a language's code
+
+void add_line(LabelledLines& lines, const std::string& label, const std::string& text) {
+    lines.add(label, text.empty() ? tr("doctor", "none") : text);
 }
 
 std::string system_text() {
     utsname system{};
-    if (uname(&system) != 0) return "unknown";
-    return std::string(system.sysname) + " " + system.release + " on " + system.machine;
+    if (uname(&system) != 0) return tr("doctor", "unknown");
+    return formatted(tr("doctor", "%s %s on %s"), system.sysname, system.release, system.machine);
 }
 
 std::string feature_text() {
@@ -42,69 +49,83 @@ std::string feature_text() {
     return text;
 }
 
-void print_processors() {
+void add_processors(LabelledLines& lines) {
     uint32_t physical = 0, logical = 0, features = 0, status = 0;
     char model[128] = {};
     vl_cpu_info(physical, logical, model, features, status);
-    print_line("processor", model);
-    print_line("instruction sets", feature_text());
-    print_line("processors", std::to_string(physical) + " physical, " + std::to_string(logical) + " logical");
+    add_line(lines, tr("doctor", "processor"), model);
+    add_line(lines, tr("doctor", "instruction sets"), feature_text());
+    add_line(lines, tr("doctor", "processors"), formatted(tr("doctor", "%u physical, %u logical"), physical, logical));
     uint32_t online = 0, affinity = 0;
     double quota = 0;
     vl_cpu_limits(online, affinity, quota);
-    char text[128];
-    if (quota > 0) {
-        std::snprintf(text, sizeof text, "%u of %u by affinity, %.2f by the control group", affinity, online, quota);
-    } else {
-        std::snprintf(text, sizeof text, "%u of %u by affinity, no limit by the control group", affinity, online);
-    }
-    print_line("allowed", text);
+    add_line(lines, tr("doctor", "allowed"),
+             quota > 0
+                 ? formatted(tr("doctor", "%u of %u by affinity, %.2f by the control group"), affinity, online, quota)
+                 : formatted(tr("doctor", "%u of %u by affinity, no limit by the control group"), affinity, online));
 }
 
-void print_memory() {
+void add_memory(LabelledLines& lines) {
     mem_info_str memory{};
     mem_info(&memory);
-    print_line("memory",
-               format_byte_size(memory.phys_total) + ", planned with: " + format_byte_size(memory.phys_avail));
+    add_line(lines, tr("doctor", "memory"),
+             formatted(tr("doctor", "%s, planned with: %s"), format_byte_size(memory.phys_total).c_str(),
+                       format_byte_size(memory.phys_avail).c_str()));
     struct Heap {
         uint32_t id;
         const char* label;
     };
-    constexpr Heap k_heaps[] = {{MEM_HEAP_FRAME, "frame heap"},
-                                {MEM_HEAP_PROXY, "proxy heap"},
-                                {MEM_HEAP_AUDIO, "audio heap"},
-                                {MEM_HEAP_IMAGE, "image heap"}};
-    for (const Heap& heap : k_heaps)
-        print_line(heap.label, format_byte_size(mem_heapsize(heap.id)));
-    print_line("page size", std::to_string(mem_pagesize()) + " bytes");
+    const Heap heaps[] = {{MEM_HEAP_FRAME, tr("doctor", "frame heap")},
+                          {MEM_HEAP_PROXY, tr("doctor", "proxy heap")},
+                          {MEM_HEAP_AUDIO, tr("doctor", "audio heap")},
+                          {MEM_HEAP_IMAGE, tr("doctor", "image heap")}};
+    for (const Heap& heap : heaps)
+        add_line(lines, heap.label, format_byte_size(mem_heapsize(heap.id)));
+    add_line(lines, tr("doctor", "page size"), formatted(tr("doctor", "%d bytes"), mem_pagesize()));
 }
 
-void print_folders() {
+void add_folders(LabelledLines& lines) {
     char support[1024] = {};
     cocoa_application_support_path(support, sizeof support);
-    print_line("program", file_get_code());
-    print_line("data folder", file_get_data());
-    print_line("default settings", file_get_default_settings());
-    print_line("user's data", support);
-    print_line("locale", cocoa_user_locale());
+    add_line(lines, tr("doctor", "program"), file_get_code());
+    add_line(lines, tr("doctor", "data folder"), file_get_data());
+    add_line(lines, tr("doctor", "default settings"), file_get_default_settings());
+    add_line(lines, tr("doctor", "user's data"), support);
+    add_line(lines, tr("doctor", "locale"), cocoa_user_locale());
     const std::string log = file_get_logfile();
-    print_line("log", log.empty() ? "standard error" : log);
+    add_line(lines, tr("doctor", "log"), log.empty() ? tr("doctor", "standard error") : log);
+}
+
+void add_languages(LabelledLines& lines) {
+    const std::string present = vl_lang_get();
+    const std::string folder = locale_folder(file_get_code());
+    add_line(lines, tr("doctor", "language"), present.empty() ? "en_US" : present);
+    add_line(lines, tr("doctor", "locale folder"), folder);
+    if (folder.empty() || !vl_lang_init_from(folder.c_str())) return;
+    std::string label = tr("doctor", "languages");
+    for (const vl_lang_enum_item* item = vl_RNA_lang_enum_properties(); item->identifier != nullptr; ++item) {
+        if (item->value == 0) continue;  // stands for the user's own
+        lines.add(std::exchange(label, ""), padded(item->identifier, k_code_columns) + " " + item->name);
+    }
 }
 
 }  // namespace
 
 void print_diagnosis(const std::string& path) {
+    LabelledLines lines;
     char host[256] = {};
     vl_computername(host, sizeof host);
-    print_line("vellcore", VELL_VERSION);
-    print_line("system", system_text());
-    print_line("machine", std::string(get_mac_product_string()) + ", host " + host);
-    print_processors();
-    print_memory();
-    print_line("transfers", io_backend_name());
-    print_line("uncached", std::string(io_uncached_mode(path.c_str())) + " (" + path + ")");
-    print_folders();
-    if (std::fflush(stdout) != 0) throw Failure{k_exit_other, "standard output: cannot be written"};
+    add_line(lines, "vellcore", VELL_VERSION);
+    add_line(lines, tr("doctor", "system"), system_text());
+    add_line(lines, tr("doctor", "machine"), formatted(tr("doctor", "%s, host %s"), get_mac_product_string(), host));
+    add_processors(lines);
+    add_memory(lines);
+    add_line(lines, tr("doctor", "transfers"), io_backend_name());
+    add_line(lines, tr("doctor", "uncached"), std::string(io_uncached_mode(path.c_str())) + " (" + path + ")");
+    add_folders(lines);
+    add_languages(lines);
+    lines.print(stdout);
+    if (std::fflush(stdout) != 0) throw Failure{k_exit_other, tr("problem", "standard output: cannot be written")};
 }
 
 }  // namespace tool

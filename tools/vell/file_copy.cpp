@@ -8,7 +8,9 @@
 #include <functional>
 #include <thread>
 
+#include "error_text.h"
 #include "interrupt.h"
+#include "translation.h"
 
 namespace tool {
 namespace {
@@ -33,11 +35,11 @@ private:
 
 std::string SourceFile::open(const SourceRoot& root, FileEntry& file) {
     const Descriptor folder = open_folder(root.folder.get(), folder_of(file.path));
-    if (!folder.is_open()) return std::string("cannot be read: ") + strerror(errno);
+    if (!folder.is_open()) return formatted(tr("problem", "cannot be read: %s"), error_text(errno).c_str());
     const int error = file_.open(folder.get(), std::string(name_of(file.path)).c_str());
     struct stat facts {};
     if (error != 0 || disk_calls.file_facts(file_.descriptor(), &facts) != 0) {
-        return std::string("cannot be read: ") + strerror(error != 0 ? error : errno);
+        return formatted(tr("problem", "cannot be read: %s"), error_text(error != 0 ? error : errno).c_str());
     }
     file.bytes = bytes_ = static_cast<uint64_t>(facts.st_size);
     file.changed_ns = changed_ns_ = nanoseconds_of(facts.st_mtim);
@@ -49,8 +51,10 @@ std::string SourceFile::read(Block& block, uint64_t offset) {
     const size_t wanted = static_cast<size_t>(std::min<uint64_t>(k_block_bytes, bytes_ - offset));
     size_t bytes = 0;
     const int error = file_.read(block.data, rounded_to_alignment(wanted), offset, bytes);
-    if (error != 0) return "cannot be read at byte " + std::to_string(offset) + ": " + strerror(error);
-    if (bytes < wanted) return "ends at byte " + std::to_string(offset + bytes) + ": it shrank while it was copied";
+    if (error != 0)
+        return formatted(tr("problem", "cannot be read at byte %llu: %s"), number(offset), error_text(error).c_str());
+    if (bytes < wanted)
+        return formatted(tr("problem", "ends at byte %llu: it shrank while it was copied"), number(offset + bytes));
     block.bytes = wanted;
     block.offset = offset;
     block.fingerprint = fingerprint_of(block.data, wanted);
@@ -62,12 +66,12 @@ std::string SourceFile::read(Block& block, uint64_t offset) {
 std::string SourceFile::change() const {
     struct stat facts {};
     if (disk_calls.file_facts(file_.descriptor(), &facts) != 0) {
-        return std::string("cannot be read: ") + strerror(errno);
+        return formatted(tr("problem", "cannot be read: %s"), error_text(errno).c_str());
     }
     const auto bytes = static_cast<uint64_t>(facts.st_size);
-    if (bytes > bytes_) return "grew while it was copied";
-    if (bytes < bytes_) return "shrank while it was copied";
-    return nanoseconds_of(facts.st_mtim) != changed_ns_ ? "changed while it was copied" : "";
+    if (bytes > bytes_) return tr("problem", "grew while it was copied");
+    if (bytes < bytes_) return tr("problem", "shrank while it was copied");
+    return nanoseconds_of(facts.st_mtim) != changed_ns_ ? tr("problem", "changed while it was copied") : "";
 }
 
 /// Threads that end before whatever they use goes.
@@ -100,7 +104,7 @@ public:
         } else {
             copy_large();
         }
-        if (problem_.empty() && is_interrupted()) problem_ = "interrupted";
+        if (problem_.empty() && is_interrupted()) problem_ = tr("problem", "interrupted");
         if (problem_.empty()) problem_ = source_.change();
         for (CopyTarget* target : targets_) {
             if (!problem_.empty()) target->abandon(problem_);
@@ -181,7 +185,8 @@ void FileCopy::read_into(BlockStream& stream) {
     }
     // What was written so far need not be proven any more.
     for (CopyTarget* target : targets_) {
-        if (!problem_.empty() || is_interrupted()) target->abandon(problem_.empty() ? "interrupted" : problem_);
+        if (!problem_.empty() || is_interrupted())
+            target->abandon(problem_.empty() ? tr("problem", "interrupted") : problem_);
     }
 }
 

@@ -6,7 +6,9 @@
 #include <vector>
 
 #include "block_stream.h"
+#include "error_text.h"
 #include "interrupt.h"
+#include "translation.h"
 #include "uncached_file.h"
 
 namespace tool {
@@ -22,12 +24,13 @@ struct Work {
 
     /// Reads the next block. False at the end and when it cannot be read.
     bool read(Block& block) {
-        if (is_interrupted()) result.problem = "interrupted";
+        if (is_interrupted()) result.problem = tr("problem", "interrupted");
         if (!result.problem.empty()) return false;
         block.offset = result.bytes;
         const int error = file.read(block.data, k_block_bytes, result.bytes, block.bytes);
         if (error != 0) {
-            result.problem = "cannot be read at byte " + std::to_string(result.bytes) + ": " + strerror(error);
+            result.problem = formatted(tr("problem", "cannot be read at byte %llu: %s"), number(result.bytes),
+                                       error_text(error).c_str());
             return false;
         }
         result.bytes += block.bytes;
@@ -71,7 +74,7 @@ FileDigests digests_of_file(int folder, const std::string& path, const DigestSet
     Work work{{}, {}, {}, progress};
     const int error = work.file.open(folder, path.c_str(), follows_link);
     if (error != 0) {
-        work.result.problem = error == EINVAL ? "is not a regular file" : strerror(error);
+        work.result.problem = error == EINVAL ? tr("problem", "is not a regular file") : error_text(error);
         return work.result;
     }
     for (const DigestKind kind : kinds.kinds())

@@ -4,6 +4,9 @@
 #include <cerrno>
 #include <cstring>
 
+#include "error_text.h"
+#include "translation.h"
+
 namespace tool {
 namespace {
 
@@ -61,7 +64,8 @@ void Finisher::finish(std::vector<PendingFile>& batch) {
         const bool has_name = pending.temporary.empty();
         if (!has_name && disk_calls.rename(folder, pending.temporary.c_str(), name.c_str(), pending.replaces) != 0) {
             const int error = errno;
-            set_failed(pending, error == EEXIST ? "a file of that name has appeared meanwhile" : strerror(error));
+            set_failed(pending, error == EEXIST ? tr("problem", "a file of that name has appeared meanwhile")
+                                                : error_text(error));
             destination_.consider(error);
             disk_calls.remove(folder, pending.temporary.c_str());
         } else if (std::find(folders.begin(), folders.end(), folder) == folders.end()) {
@@ -71,7 +75,7 @@ void Finisher::finish(std::vector<PendingFile>& batch) {
     std::string problem;
     for (const int folder : folders) {
         if (disk_calls.sync(folder) == 0) continue;
-        problem = std::string("its folder cannot be written to disk: ") + strerror(errno);
+        problem = formatted(tr("problem", "its folder cannot be written to disk: %s"), error_text(errno).c_str());
         destination_.consider(errno);
     }
     std::vector<JournalEntry> entries;
@@ -80,7 +84,7 @@ void Finisher::finish(std::vector<PendingFile>& batch) {
     }
     const int error = entries.empty() ? 0 : destination_.record(entries);
     if (error != 0) {
-        problem = std::string(k_journal_name) + " cannot be written: " + strerror(error);
+        problem = formatted(tr("problem", "%s cannot be written: %s"), k_journal_name, error_text(error).c_str());
         destination_.drop(problem, error);
     }
     for (PendingFile& pending : batch) {

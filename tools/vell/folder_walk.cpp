@@ -8,6 +8,9 @@
 #include <cstring>
 #include <memory>
 
+#include "error_text.h"
+#include "translation.h"
+
 namespace tool {
 namespace {
 
@@ -68,12 +71,12 @@ std::string joined_path(std::string_view folder, std::string_view name) {
 }
 
 const char* kind_of(mode_t mode) {
-    if (S_ISLNK(mode)) return "a symbolic link";
-    if (S_ISSOCK(mode)) return "a socket";
-    if (S_ISFIFO(mode)) return "a pipe";
-    if (S_ISDIR(mode)) return "a folder";
-    if (S_ISREG(mode)) return "a file";
-    return "a device";
+    if (S_ISLNK(mode)) return tr("kind of file", "a symbolic link");
+    if (S_ISSOCK(mode)) return tr("kind of file", "a socket");
+    if (S_ISFIFO(mode)) return tr("kind of file", "a pipe");
+    if (S_ISDIR(mode)) return tr("kind of file", "a folder");
+    if (S_ISREG(mode)) return tr("kind of file", "a file");
+    return tr("kind of file", "a device");
 }
 
 bool comes_before(std::string_view a, std::string_view b) {
@@ -124,7 +127,9 @@ FolderContents list_tree(int root, const std::function<bool(std::string_view)>& 
         std::vector<std::string> names, subfolders;
         const Descriptor folder = open_folder(root, path);
         const int error = folder.is_open() ? read_names(folder.get(), names) : errno;
-        if (error != 0) contents.left_out.push_back({path, std::string("cannot be listed: ") + strerror(error), true});
+        if (error != 0)
+            contents.left_out.push_back(
+                {path, formatted(tr("problem", "cannot be listed: %s"), error_text(error).c_str()), true});
         for (const std::string& name : names) {
             std::string below = joined_path(path, name);
             struct stat facts {};

@@ -4,6 +4,7 @@
 
 #include "byte_size.h"
 #include "clip_exit_codes.h"
+#include "translation.h"
 #include "vellcore/heap_set.h"
 #include "vellcore/lockable_heap.h"
 
@@ -24,13 +25,16 @@ uint64_t header_bytes() {
 FrameHeap::FrameHeap(const std::string& clip, uint64_t heap_bytes, uint64_t least_bytes) {
     const uint64_t needed = least_bytes + header_bytes();  // the end marker takes a header too
     if (heap_bytes < needed) {
-        throw Failure{k_exit_small_heap, clip + ": a heap of " + format_byte_size(heap_bytes) +
-                                             " is too small for one frame: it takes at least " +
-                                             std::to_string(whole_pages(needed) / 1024) + "K"};
+        throw Failure{k_exit_small_heap,
+                      clip + ": " +
+                          formatted(tr("problem", "a heap of %s is too small for one frame: it takes at least %lluK"),
+                                    format_byte_size(heap_bytes).c_str(), number(whole_pages(needed) / 1024))};
     }
     heap_ = mheap_initialize("Clip", heap_bytes, mem_pagesize(), MHEAP_DISCARD, /*lock_flag*/ 0);
     if (heap_ == nullptr) {
-        throw Failure{k_exit_other, clip + ": no memory for a heap of " + format_byte_size(heap_bytes)};
+        throw Failure{
+            k_exit_other,
+            clip + ": " + formatted(tr("problem", "no memory for a heap of %s"), format_byte_size(heap_bytes).c_str())};
     }
 }
 
@@ -52,7 +56,8 @@ bool FrameHeap::has_room(uint64_t bytes) const {
 
 HeapBlock::HeapBlock(const FrameHeap& heap, uint64_t bytes) : heap_(heap) {
     if (mheap_alloc_lock(heap_.get(), bytes, &data_) < 0) {
-        throw Failure{k_exit_small_heap, "no room for " + format_byte_size(bytes) + " in the heap"};
+        throw Failure{k_exit_small_heap,
+                      formatted(tr("problem", "no room for %s in the heap"), format_byte_size(bytes).c_str())};
     }
 }
 

@@ -5,6 +5,7 @@
 #include <atomic>
 
 #include "clip_exit_codes.h"
+#include "translation.h"
 #include "vellcore/lockable_heap.h"
 
 namespace tool {
@@ -40,8 +41,9 @@ const unsigned char* FrameStore::lock(size_t frame) {
         return static_cast<const unsigned char*>(*handle);
     }
     if (mheap_alloc_lock(heap_.get(), clip_.buffer_bytes(), handle) < 0) {
-        throw Failure{k_exit_small_heap,
-                      clip_.path() + ": no room for frame " + std::to_string(frame) + " in the heap"};
+        throw Failure{
+            k_exit_small_heap,
+            clip_.path() + ": " + formatted(tr("problem", "no room for frame %llu in the heap"), number(frame))};
     }
     try {
         clip_.read_frame(frame, *handle);

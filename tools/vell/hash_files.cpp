@@ -19,6 +19,7 @@
 #include "offload.h"
 #include "parallel.h"
 #include "sum_list.h"
+#include "translation.h"
 
 namespace tool {
 namespace {
@@ -112,7 +113,7 @@ int print_digests(const HashOptions& options) {
         printer.add(index, std::move(result));
         return true;
     });
-    if (std::fflush(stdout) != 0) throw Failure{k_exit_other, "standard output: cannot be written"};
+    if (std::fflush(stdout) != 0) throw Failure{k_exit_other, tr("problem", "standard output: cannot be written")};
     if (is_interrupted()) return k_exit_interrupted;
     return printer.has_failure() ? k_exit_other : k_exit_done;
 }

@@ -10,6 +10,7 @@
 
 #include "file_names.h"
 #include "sequence_folding.h"
+#include "translation.h"
 #include "vellcore/file_operations.h"
 
 namespace tool {
@@ -111,8 +112,9 @@ std::string size_text(const Line& line) {
 std::string count_text(const Line& line) {
     if (line.sequence == nullptr) return "";
     const uint64_t missing = line.sequence->missing();
-    return "  " + std::to_string(line.sequence->members.size()) + " files" +
-           (missing != 0 ? ", " + std::to_string(missing) + " missing" : "");
+    return "  " + (missing == 0 ? formatted(tr("report", "%llu files"), number(line.sequence->members.size()))
+                                : formatted(tr("report", "%llu files, %llu missing"),
+                                            number(line.sequence->members.size()), number(missing)));
 }
 
 const char* mark_of(const ListedName& name) {
@@ -156,10 +158,12 @@ int print_listing(const LsOptions& options) {
             options.is_json ? print_json(line, folder.below) : print_line(line, folder.below);
         has_shown = has_shown || !folder.names.empty();
     });
-    if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) throw Failure{k_exit_other, "cannot print the listing"};
+    if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0)
+        throw Failure{k_exit_other, tr("problem", "cannot print the listing")};
     if (!has_read_all) return k_exit_unread_folder;
     if (has_shown || options.pattern.empty()) return k_exit_done;
-    throw Failure{k_exit_no_match, "nothing matches " + printable_name(options.pattern)};
+    throw Failure{k_exit_no_match,
+                  formatted(tr("problem", "nothing matches %s"), printable_name(options.pattern).c_str())};
 }
 
 }  // namespace tool

@@ -14,9 +14,11 @@
 #include <string_view>
 #include <unordered_map>
 
+#include "error_text.h"
 #include "failure.h"
 #include "file_names.h"
 #include "ls.h"
+#include "translation.h"
 #include "vellcore/directory_listing.h"
 
 namespace tool {
@@ -88,7 +90,7 @@ std::vector<ListedName> read_names(DIR* folder, const LsOptions& options) {
         if (name == "." || name == ".." || (name[0] == '.' && !options.shows_hidden)) continue;
         if (examine(dirfd(folder), entry->d_name, listed)) names.push_back(listed);
     }
-    if (errno != 0) throw Failure{k_exit_unread_folder, std::strerror(errno)};
+    if (errno != 0) throw Failure{k_exit_unread_folder, error_text(errno)};
     sort_names(names);
     return names;
 }
@@ -120,7 +122,7 @@ public:
 private:
     std::vector<ListedName> read(const std::string& path) const {
         const OpenFolder folder(opendir(path.c_str()));
-        if (folder == nullptr) throw Failure{k_exit_unread_folder, std::strerror(errno)};
+        if (folder == nullptr) throw Failure{k_exit_unread_folder, error_text(errno)};
         return read_names(folder.get(), options_);
     }
 
@@ -129,7 +131,10 @@ private:
         try {
             list(path, below);
         } catch (const Failure& failure) {
-            std::fprintf(stderr, "vell: cannot read %s: %s\n", printable_name(path).c_str(), failure.message.c_str());
+            std::fprintf(
+                stderr, "vell: %s\n",
+                formatted(tr("problem", "cannot read %s: %s"), printable_name(path).c_str(), failure.message.c_str())
+                    .c_str());
             has_read_all_ = false;
         }
     }
@@ -144,9 +149,10 @@ private:
 bool for_each_folder(const LsOptions& options, const std::function<void(const ListedFolder&)>& show) {
     ListedName first;
     const auto fail = [&](const std::string& reason) {
-        throw Failure{k_exit_unread_path, "cannot list " + printable_name(options.path) + ": " + reason};
+        throw Failure{k_exit_unread_path, formatted(tr("problem", "cannot list %s: %s"),
+                                                    printable_name(options.path).c_str(), reason.c_str())};
     };
-    if (!examine(AT_FDCWD, options.path.c_str(), first)) fail(std::strerror(errno));
+    if (!examine(AT_FDCWD, options.path.c_str(), first)) fail(error_text(errno));
     if (first.kind != ListedKind::folder) {
         show({"", {first}});
         return true;

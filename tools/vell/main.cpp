@@ -11,6 +11,7 @@
 
 #include "arguments.h"
 #include "failure.h"
+#include "translation.h"
 #include "vellcore/processing_pool.h"
 #include "vellcore/startup.h"
 
@@ -44,11 +45,13 @@ std::string program_path(const std::string& called) {
 }
 
 int run(int argc, char** argv) {
+    const std::string program = program_path(argv[0]);
+    tool::choose_language(program);
     tool::Invocation invocation;
     int exit_code = tool::k_exit_done;
     if (!tool::parse_command_line(argc, argv, invocation, exit_code)) return exit_code;
     std::signal(SIGPIPE, SIG_IGN);  // a closed pipe is told of by the write
-    const Library library(program_path(argv[0]), invocation);
+    const Library library(program, invocation);
     return invocation.command();
 }
 

@@ -14,12 +14,14 @@
 #include <set>
 #include <thread>
 
+#include "error_text.h"
 #include "file_names.h"
 #include "finisher.h"
 #include "interrupt.h"
 #include "offload_plan.h"
 #include "offload_report.h"
 #include "parallel.h"
+#include "translation.h"
 #include "whole_file.h"
 
 namespace tool {
@@ -93,7 +95,7 @@ void Offload::make_folders(Destination& destination) {
             made_folders_.back().insert(folder.path);
             parents.insert(parent);
         } else if (errno != EEXIST || !open_folder(where->get(), name).is_open()) {
-            report_.note(printable_name(destination.path_of(folder.path)) + ": " + strerror(errno));
+            report_.note(printable_name(destination.path_of(folder.path)) + ": " + error_text(errno));
             has_failure_ = true;
             destination.consider(errno);
         }
@@ -200,7 +202,7 @@ void Offload::write_lists(size_t index) {
         if (lines.empty() || destination.is_dropped() || has_file(name)) continue;
         const int error = merge_into_list(destination.root(), kind, lines);
         if (error == 0) continue;
-        report_.note(printable_name(destination.path_of(name)) + ": " + strerror(error));
+        report_.note(printable_name(destination.path_of(name)) + ": " + error_text(error));
         has_failure_ = true;
         destination.consider(error);
     }
@@ -231,8 +233,9 @@ int Offload::run() {
     for (const auto& destination : plan_.destinations) {
         if (destination->bad_journal_lines() > 0) {
             report_.note(printable_name(destination->path_of(k_journal_name)) + ": " +
-                         std::to_string(destination->bad_journal_lines()) +
-                         " damaged or foreign lines do not count; what they told of is proven again");
+                         formatted(tr("problem",
+                                      "%llu damaged or foreign lines do not count; what they told of is proven again"),
+                                   number(destination->bad_journal_lines())));
         }
         make_folders(*destination);
     }

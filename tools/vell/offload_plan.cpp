@@ -9,9 +9,11 @@
 #include <utility>
 
 #include "byte_size.h"
+#include "error_text.h"
 #include "file_names.h"
 #include "interrupt.h"
 #include "sum_list.h"
+#include "translation.h"
 
 namespace tool {
 namespace {
@@ -55,18 +57,19 @@ Place find_place(const std::string& path) {
     std::string existing = without_slashes(path);
     struct stat facts {};
     while (stat(existing.c_str(), &facts) != 0) {
-        if (errno != ENOENT) refuse(printable_name(path) + ": " + strerror(errno));
-        if (lstat(existing.c_str(), &facts) == 0) refuse(printable_name(path) + ": is a link to nothing");
+        if (errno != ENOENT) refuse(printable_name(path) + ": " + error_text(errno));
+        if (lstat(existing.c_str(), &facts) == 0)
+            refuse(printable_name(path) + ": " + tr("problem", "is a link to nothing"));
         const std::string last(name_of(existing));
-        if (last == ".." || last == ".") refuse(printable_name(path) + ": No such file or directory");
+        if (last == ".." || last == ".") refuse(printable_name(path) + ": " + error_text(ENOENT));
         place.missing = joined_path(last, place.missing);
         if (place.missing.back() == '/') place.missing.pop_back();
         const size_t slash = existing.rfind('/');
         existing = slash == std::string::npos ? "." : without_slashes(existing.substr(0, std::max<size_t>(slash, 1)));
     }
-    if (!S_ISDIR(facts.st_mode)) refuse(printable_name(path) + ": is not a folder");
+    if (!S_ISDIR(facts.st_mode)) refuse(printable_name(path) + ": " + tr("problem", "is not a folder"));
     place.chain = parents_of(Descriptor(open(existing.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC)));
-    if (place.chain.empty()) refuse(printable_name(path) + ": " + strerror(errno));
+    if (place.chain.empty()) refuse(printable_name(path) + ": " + error_text(errno));
     return place;
 }
 
@@ -84,10 +87,11 @@ bool lies_in(const Place& inner, const Place& outer) {
 /// The source's name as a chain of folders; the first is the source itself where that is a folder.
 Place find_source(const std::string& path) {
     struct stat facts {};
-    if (lstat(path.c_str(), &facts) != 0) refuse(printable_name(path) + ": " + strerror(errno));
-    if (stat(path.c_str(), &facts) != 0) refuse(printable_name(path) + ": " + strerror(errno));
+    if (lstat(path.c_str(), &facts) != 0) refuse(printable_name(path) + ": " + error_text(errno));
+    if (stat(path.c_str(), &facts) != 0) refuse(printable_name(path) + ": " + error_text(errno));
     if (S_ISDIR(facts.st_mode)) return find_place(path);
-    if (!S_ISREG(facts.st_mode)) refuse(printable_name(path) + ": is " + kind_of(facts.st_mode));
+    if (!S_ISREG(facts.st_mode))
+        refuse(printable_name(path) + ": " + formatted(tr("problem", "is %s"), kind_of(facts.st_mode)));
     const std::string folder(folder_of(path));
     Place place = find_place(folder.empty() ? (path.front() == '/' ? "/" : ".") : folder);
     place.path = path;
@@ -109,9 +113,11 @@ void list_folder(const OffloadOptions& options, OffloadPlan& plan) {
         if (!is_own_name(options, file.path)) return false;
         // A list that was there before any offload is the user's and would be lost.
         const bool is_foreign = !is_destination && !is_temporary_name(name_of(file.path));
-        plan.contents.left_out.push_back(
-            {file.path, is_foreign ? "a destination keeps a file of its own under this name" : "left by an offload",
-             is_foreign});
+        plan.contents.left_out.push_back({file.path,
+                                          is_foreign
+                                              ? tr("problem", "a destination keeps a file of its own under this name")
+                                              : tr("problem", "left by an offload"),
+                                          is_foreign});
         return true;
     });
 }
@@ -121,11 +127,12 @@ void list_file(const OffloadOptions& options, OffloadPlan& plan) {
     const std::string name(name_of(path));
     struct stat facts {};
     if (disk_calls.facts(plan.source.folder.get(), name.c_str(), &facts) != 0) {
-        throw Failure{k_exit_command_line, printable_name(path) + ": " + strerror(errno)};
+        throw Failure{k_exit_command_line, printable_name(path) + ": " + error_text(errno)};
     }
-    if (!S_ISREG(facts.st_mode)) refuse(printable_name(path) + ": is " + kind_of(facts.st_mode));
+    if (!S_ISREG(facts.st_mode))
+        refuse(printable_name(path) + ": " + formatted(tr("problem", "is %s"), kind_of(facts.st_mode)));
     if (is_own_name(options, name))
-        refuse(printable_name(path) + ": a destination keeps a file of its own under this name");
+        refuse(printable_name(path) + ": " + tr("problem", "a destination keeps a file of its own under this name"));
     plan.contents.files.push_back(
         {name, static_cast<uint64_t>(facts.st_size), nanoseconds_of(facts.st_mtim), facts.st_mode});
 }
@@ -134,24 +141,24 @@ void list_file(const OffloadOptions& options, OffloadPlan& plan) {
 
 void refuse_overlaps(const OffloadOptions& options) {
     if (options.destinations.size() > k_most_destinations) {
-        refuse(std::to_string(options.destinations.size()) + " destinations: " + std::to_string(k_most_destinations) +
-               " are the most");
+        refuse(formatted(tr("problem", "%llu destinations: %llu are the most"), number(options.destinations.size()),
+                         number(k_most_destinations)));
     }
     const Place source = find_source(options.source);
     struct stat facts {};
     const bool is_folder = stat(options.source.c_str(), &facts) == 0 && S_ISDIR(facts.st_mode);
     std::vector<Place> places;
     for (const std::string& path : options.destinations) {
-        if (path.empty()) refuse("a destination has no name");
+        if (path.empty()) refuse(tr("problem", "a destination has no name"));
         const Place place = find_place(path);
         if (is_folder && lies_in(place, source)) {
-            refuse(printable_name(path) + ": is the source or lies in it");
+            refuse(printable_name(path) + ": " + tr("problem", "is the source or lies in it"));
         }
-        if (lies_in(source, place)) refuse(printable_name(path) + ": the source lies in it");
+        if (lies_in(source, place)) refuse(printable_name(path) + ": " + tr("problem", "the source lies in it"));
         for (const Place& other : places) {
             if (lies_in(place, other) || lies_in(other, place)) {
-                refuse(printable_name(path) + " and " + printable_name(other.path) +
-                       ": two destinations are one, or one lies in the other");
+                refuse(formatted(tr("problem", "%s and %s: two destinations are one, or one lies in the other"),
+                                 printable_name(path).c_str(), printable_name(other.path).c_str()));
             }
         }
         places.push_back(place);
@@ -162,13 +169,13 @@ void list_source(const OffloadOptions& options, OffloadPlan& plan) {
     const std::string& path = options.source;
     plan.source.path = path;
     struct stat facts {};
-    if (stat(path.c_str(), &facts) != 0) refuse(printable_name(path) + ": " + strerror(errno));
+    if (stat(path.c_str(), &facts) != 0) refuse(printable_name(path) + ": " + error_text(errno));
     const bool is_folder = S_ISDIR(facts.st_mode);
     const std::string folder(folder_of(path));
     const std::string root = is_folder ? path : folder.empty() ? (path.front() == '/' ? "/" : ".") : folder;
     plan.source.folder = Descriptor(disk_calls.open(AT_FDCWD, root.c_str(), O_RDONLY | O_DIRECTORY, 0));
     if (!plan.source.folder.is_open()) {
-        throw Failure{k_exit_incomplete, printable_name(root) + ": " + strerror(errno)};
+        throw Failure{k_exit_incomplete, printable_name(root) + ": " + error_text(errno)};
     }
     if (is_folder) {
         list_folder(options, plan);
@@ -223,9 +230,10 @@ void check_space(const OffloadOptions& options, const OffloadPlan& plan) {
     }
     for (const auto& [device, volume] : volumes) {
         if (volume.wanted <= volume.free) continue;
-        throw Failure{k_exit_no_space, printable_name(volume.path) + ": " + format_byte_size(volume.wanted) +
-                                           " are needed on this volume, " + format_byte_size(volume.free) +
-                                           " are free"};
+        throw Failure{k_exit_no_space,
+                      printable_name(volume.path) + ": " +
+                          formatted(tr("problem", "%s are needed on this volume, %s are free"),
+                                    format_byte_size(volume.wanted).c_str(), format_byte_size(volume.free).c_str())};
     }
 }
 

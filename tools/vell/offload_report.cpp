@@ -7,6 +7,8 @@
 
 #include "byte_size.h"
 #include "file_names.h"
+#include "text_columns.h"
+#include "translation.h"
 
 namespace tool {
 namespace {
@@ -33,6 +35,31 @@ std::string digest_fields(const Digests& digests) {
         }
     }
     return text;
+}
+
+std::string count_text(Outcome outcome, uint64_t count) {
+    switch (outcome) {
+        case Outcome::verified:
+            return formatted(tr("report", "%llu verified"), number(count));
+        case Outcome::copied:
+            return formatted(tr("report", "%llu copied (not read back)"), number(count));
+        case Outcome::skipped:
+            return formatted(tr("report", "%llu skipped"), number(count));
+        case Outcome::failed:
+            break;
+    }
+    return formatted(tr("report", "%llu failed"), number(count));
+}
+
+/// A word at the start of a line. Those that lines begin with are as wide as the widest of them.
+std::string word_text(const char* word) {
+    const size_t columns = widest_of({tr("report", "verified"), tr("report", "copied"), tr("report", "skipped"),
+                                      tr("report", "failed"), tr("report", "left out")});
+    return padded(word, columns);
+}
+
+std::string dropped_text(const Destination& destination) {
+    return formatted(tr("report", "dropped: %s"), destination.drop_reason().c_str());
 }
 
 Screen::Style style_of(const OffloadOptions& options) {
@@ -83,7 +110,7 @@ void OffloadReport::left_out(const LeftOut& what) {
         screen_.print(stdout, "{\"event\":\"left_out\"," + json_name("path", what.path) + ",\"reason\":" +
                                   json_string(what.reason) + ",\"failure\":" + (what.is_failure ? "true}" : "false}"));
     } else if (what.is_failure || !options_.is_quiet) {
-        screen_.print(stderr, (what.is_failure ? "failed    " : "left out  ") +
+        screen_.print(stderr, word_text(what.is_failure ? tr("report", "failed") : tr("report", "left out")) + "  " +
                                   printable_name(plan_.source.path + (what.path.empty() ? "" : "/") + what.path) +
                                   ": " + what.reason);
     }
@@ -129,11 +156,10 @@ void OffloadReport::file(size_t index, const FileResult& result) {
     if (options_.is_json) return screen_.print(stdout, file_event(destination, result));
     const bool has_bars = style_of(options_) == Screen::Style::redrawn;  // they tell of what goes well
     if (!is_failed && (has_bars || options_.is_quiet)) return;
-    char outcome[32];
-    std::snprintf(outcome, sizeof outcome, has_bars && may_colour() ? "\033[31m%-9s\033[0m " : "%-9s ",
-                  name_of(result.outcome));
-    screen_.print(is_failed ? stderr : stdout, outcome + printable_name(destination.path_of(result.path)) +
-                                                   (is_failed ? ": " + result.problem : ""));
+    const std::string word = word_text(tr("report", name_of(result.outcome)));
+    screen_.print(is_failed ? stderr : stdout,
+                  (has_bars && may_colour() ? "\033[31m" + word + "\033[0m  " : word + "  ") +
+                      printable_name(destination.path_of(result.path)) + (is_failed ? ": " + result.problem : ""));
 }
 
 void OffloadReport::current(const std::string& path) {
@@ -151,11 +177,11 @@ std::string OffloadReport::progress_event(const Destination& destination) const 
 std::string OffloadReport::bar_line(const Destination& destination) const {
     const std::string path = printable_name(destination.path());
     const size_t columns = Screen::columns();
-    if (destination.is_dropped()) return fitted(path + "  dropped: " + destination.drop_reason(), columns);
+    if (destination.is_dropped()) return fitted(path + "  " + dropped_text(destination), columns);
     const std::string bar =
         bar_text(destination.progress.bytes_done, destination.progress.bytes_wanted, seconds(), columns) + "  ";
-    if (bar.size() + k_fewest_columns > columns) return bar.substr(0, columns - 1);
-    return bar + fitted(path, columns - bar.size());
+    if (columns_of(bar) + k_fewest_columns > columns) return std::string(start_within(bar, columns - 1));
+    return bar + fitted(path, columns - columns_of(bar));
 }
 
 std::vector<std::string> OffloadReport::picture() {
@@ -185,14 +211,11 @@ void OffloadReport::summarise(size_t index) {
     std::string line = printable_name(destination.path()) + ": ";
     for (const Outcome outcome : k_outcomes) {
         if (counts.of(outcome) == 0) continue;
-        line += std::to_string(counts.of(outcome)) + " " + name_of(outcome);
-        line += outcome == Outcome::copied ? " (not read back), " : ", ";
+        line += count_text(outcome, counts.of(outcome)) + tr("report", ", ");
     }
-    char text[64];
-    std::snprintf(text, sizeof text, "%s in %.1f s, %.1f MB/s", format_byte_size(counts.bytes).c_str(), counts.seconds,
-                  rate);
-    line += text;
-    if (destination.is_dropped()) line += "; dropped: " + destination.drop_reason();
+    line += formatted(tr("report", "%s in %.1f s, %.1f MB/s"), format_byte_size(counts.bytes).c_str(), counts.seconds,
+                      rate);
+    if (destination.is_dropped()) line += "; " + dropped_text(destination);
     screen_.print(destination.is_dropped() ? stderr : stdout, line);
 }
 
@@ -204,7 +227,7 @@ void OffloadReport::finish(bool is_interrupted, int exit_code) {
         screen_.print(stdout, "{\"event\":\"end\",\"exit_code\":" + std::to_string(exit_code) +
                                   ",\"interrupted\":" + (is_interrupted ? "true}" : "false}"));
     } else if (is_interrupted) {
-        screen_.print(stderr, "vell: interrupted; the same command goes on from here");
+        screen_.print(stderr, std::string("vell: ") + tr("report", "interrupted; the same command goes on from here"));
     }
 }
 

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "digest.h"
+#include "translation.h"
 
 namespace tool {
 
@@ -14,8 +15,10 @@ enum class Outcome {
     skipped,   ///< on record as proven, and still there
     failed,
 };
+/// The word for it in JSON; what people read is tr("report", name_of(outcome)).
 [[nodiscard]] constexpr const char* name_of(Outcome outcome) {
-    constexpr const char* k_names[] = {"verified", "copied", "skipped", "failed"};
+    constexpr const char* k_names[] = {marked("report", "verified"), marked("report", "copied"),
+                                       marked("report", "skipped"), marked("report", "failed")};
     return k_names[static_cast<int>(outcome)];
 }
 

@@ -10,6 +10,10 @@
 #include <cstdio>
 
 #include "byte_size.h"
+#include "labelled_lines.h"
+#include "screen.h"
+#include "text_columns.h"
+#include "translation.h"
 #include "vellcore/processing_pool.h"
 
 namespace tool {
@@ -61,33 +65,35 @@ void Progress::draw() {
     const double rate = static_cast<double>(done_) / std::max(seconds(), 1e-9);
     const auto percent = static_cast<unsigned>(done_ * 100 / std::max<size_t>(frame_count_, 1));
     const double left = rate > 0 ? static_cast<double>(frame_count_ - done_) / rate : 0;
-    const int width = std::fprintf(stderr, "\r%zu/%zu frames  %u %%  %.1f frames/s  %.0f s left", done_, frame_count_,
-                                   percent, rate, left) -
-                      1;
-    if (width < drawn_width_) std::fprintf(stderr, "%*s", drawn_width_ - width, "");
-    drawn_width_ = width;
+    const std::string line = formatted(tr("progress", "%llu/%llu frames  %u %%  %.1f frames/s  %.0f s left"),
+                                       number(done_), number(frame_count_), percent, rate, left);
+    // A line that is wrapped cannot be drawn over.
+    const std::string_view drawn = start_within(line, Screen::columns() - 1);
+    std::fprintf(stderr, "\r%s", padded(drawn, drawn_columns_).c_str());
+    drawn_columns_ = columns_of(drawn);
     std::fflush(stderr);
 }
 
 void Progress::erase() {
-    if (drawn_width_ > 0) std::fprintf(stderr, "\r%*s\r", drawn_width_, "");
-    drawn_width_ = 0;
+    if (drawn_columns_ > 0) std::fprintf(stderr, "\r%s\r", padded("", drawn_columns_).c_str());
+    drawn_columns_ = 0;
 }
 
 void print_statistics(const Progress& progress, const StoreCounts& counts, uint64_t heap_bytes) {
     const double seconds = progress.seconds();
-    const auto count = [](uint64_t value) { return static_cast<unsigned long long>(value); };
-    std::fprintf(stderr, "frames:         %zu in %.2f s\n", progress.done(), seconds);
-    std::fprintf(stderr, "rate:           %.1f frames/s\n",
-                 static_cast<double>(progress.done()) / std::max(seconds, 1e-9));
-    std::fprintf(stderr, "threads:        %d\n", smp_numprocs());
-    std::fprintf(stderr, "heap:           %s\n", format_byte_size(heap_bytes).c_str());
-    std::fprintf(stderr, "reads:          %llu\n", count(counts.reads));
-    std::fprintf(stderr, "cache hits:     %llu\n", count(counts.hits));
-    std::fprintf(stderr, "re-reads:       %llu\n", count(counts.rereads));
-    std::fprintf(stderr, "discards:       %llu\n", count(counts.discards));
-    std::fprintf(stderr, "waits for room: %llu\n", count(counts.waits));
-    std::fprintf(stderr, "peak memory:    %s\n", format_byte_size(peak_resident_bytes()).c_str());
+    const double rate = static_cast<double>(progress.done()) / std::max(seconds, 1e-9);
+    LabelledLines lines;
+    lines.add(tr("report", "frames"), formatted(tr("report", "%llu in %.2f s"), number(progress.done()), seconds));
+    lines.add(tr("report", "rate"), formatted(tr("report", "%.1f frames/s"), rate));
+    lines.add(tr("report", "threads"), std::to_string(smp_numprocs()));
+    lines.add(tr("report", "heap"), format_byte_size(heap_bytes));
+    lines.add(tr("report", "reads"), std::to_string(counts.reads));
+    lines.add(tr("report", "cache hits"), std::to_string(counts.hits));
+    lines.add(tr("report", "re-reads"), std::to_string(counts.rereads));
+    lines.add(tr("report", "discards"), std::to_string(counts.discards));
+    lines.add(tr("report", "waits for room"), std::to_string(counts.waits));
+    lines.add(tr("report", "peak memory"), format_byte_size(peak_resident_bytes()));
+    lines.print(stderr);
 }
 
 }  // namespace tool

@@ -27,7 +27,7 @@ private:
     size_t frame_count_;
     size_t done_ = 0;
     bool is_visible_;
-    int drawn_width_ = 0;
+    size_t drawn_columns_ = 0;
     std::chrono::steady_clock::time_point start_;
     std::chrono::steady_clock::time_point next_drawing_;
 };

@@ -11,6 +11,9 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "text_columns.h"
+#include "translation.h"
+
 namespace tool {
 namespace {
 
@@ -110,7 +113,7 @@ void Screen::print(FILE* stream, const std::string& text) {
 
 bool has_printed_all() {
     if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0) return true;
-    std::fprintf(stderr, "vell: standard output: cannot be written\n");
+    std::fprintf(stderr, "vell: %s\n", tr("problem", "standard output: cannot be written"));
     return false;
 }
 
@@ -128,20 +131,16 @@ std::string bar_text(uint64_t bytes_done, uint64_t bytes_wanted, double seconds,
     std::string bar(static_cast<size_t>(share * static_cast<double>(cells)), '#');
     bar.resize(cells, '.');
     if (!bar.empty()) bar = "[" + bar + "] ";
-    char text[96];
-    std::snprintf(text, sizeof text, "%s%3.0f %%  %7.1f MB/s  %s left", bar.c_str(), share * 100, rate / k_megabyte,
-                  rate > 0 ? duration_text(static_cast<double>(bytes_wanted - done) / rate).c_str() : "-:--");
-    return text;
+    const std::string left = rate > 0 ? duration_text(static_cast<double>(bytes_wanted - done) / rate) : "-:--";
+    return bar +
+           formatted(tr("progress", "%3.0f %%  %7.1f MB/s  %s left"), share * 100, rate / k_megabyte, left.c_str());
 }
 
-// Counts bytes: a name outside ASCII is cut a little early.
 std::string fitted(const std::string& text, size_t columns) {
     constexpr size_t k_dots = 3;
-    if (text.size() < columns) return text;
-    size_t from = std::min(text.size(), text.size() + k_dots + 1 - std::min(columns, text.size()));
-    while (from < text.size() && (static_cast<unsigned char>(text[from]) & 0xC0) == 0x80)
-        ++from;
-    return "..." + text.substr(from);
+    // The last column stays free: some terminals go on to the next line behind it.
+    if (columns_of(text) < columns) return text;
+    return "..." + std::string(end_within(text, columns > k_dots ? columns - k_dots - 1 : 0));
 }
 
 }  // namespace tool

@@ -14,6 +14,8 @@
 #include <cstring>
 
 #include "clip_exit_codes.h"
+#include "error_text.h"
+#include "translation.h"
 
 namespace tool {
 namespace {
@@ -60,14 +62,16 @@ void catch_signals() {
 UnfinishedFile::UnfinishedFile(const std::string& path) : path_(path) {
     const size_t name = path.rfind('/') == std::string::npos ? 0 : path.rfind('/') + 1;
     temporary_ = path.substr(0, name) + "." + path.substr(name) + "." + std::to_string(getpid()) + ".part";
-    if (temporary_.size() >= sizeof to_remove) throw Failure{k_exit_unwritable, path + ": the name is too long"};
+    if (temporary_.size() >= sizeof to_remove)
+        throw Failure{k_exit_unwritable, path + ": " + tr("problem", "the name is too long")};
     std::memcpy(to_remove, temporary_.c_str(), temporary_.size() + 1);
     catch_signals();
     unlink(temporary_.c_str());  // left by a process that had this number before and was killed
     const int file = open(temporary_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, k_file_mode);
     if (file < 0) {
         to_remove[0] = '\0';
-        throw Failure{k_exit_unwritable, path + ": cannot be written: " + strerror(errno)};
+        throw Failure{k_exit_unwritable,
+                      path + ": " + formatted(tr("problem", "cannot be written: %s"), error_text(errno).c_str())};
     }
     close(file);
 }

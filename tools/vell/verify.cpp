@@ -18,6 +18,7 @@
 #include <vector>
 
 #include "destination.h"
+#include "error_text.h"
 #include "file_digests.h"
 #include "file_names.h"
 #include "folder_walk.h"
@@ -27,6 +28,8 @@
 #include "parallel.h"
 #include "screen.h"
 #include "sum_list.h"
+#include "text_columns.h"
+#include "translation.h"
 #include "whole_file.h"
 
 namespace tool {
@@ -43,9 +46,27 @@ enum class Finding { good, missing, changed, unreadable, fresh };
 constexpr Finding k_findings[] = {Finding::good, Finding::missing, Finding::changed, Finding::unreadable,
                                   Finding::fresh};
 
+/// The word for it in JSON; what people read is tr("report", word_for(finding)).
 const char* word_for(Finding finding) {
-    constexpr const char* k_names[] = {"ok", "missing", "changed", "unreadable", "new"};
+    constexpr const char* k_names[] = {"ok", marked("report", "missing"), marked("report", "changed"),
+                                       marked("report", "unreadable"), marked("report", "new")};
     return k_names[static_cast<int>(finding)];
+}
+
+std::string count_text(Finding finding, size_t count) {
+    switch (finding) {
+        case Finding::good:
+            return formatted(tr("report", "%llu ok"), number(count));
+        case Finding::missing:
+            return formatted(tr("report", "%llu missing"), number(count));
+        case Finding::changed:
+            return formatted(tr("report", "%llu changed"), number(count));
+        case Finding::unreadable:
+            return formatted(tr("report", "%llu unreadable"), number(count));
+        case Finding::fresh:
+            break;
+    }
+    return formatted(tr("report", "%llu new"), number(count));
 }
 
 /// True for a list from a system whose lines end in a carriage return and a newline.
@@ -102,7 +123,7 @@ private:
 void Verification::open_root() {
     root_ = Descriptor(disk_calls.open(AT_FDCWD, options_.folder.c_str(), O_RDONLY | O_DIRECTORY, 0));
     if (!root_.is_open()) {
-        throw Failure{k_exit_command_line, printable_name(options_.folder) + ": " + strerror(errno)};
+        throw Failure{k_exit_command_line, printable_name(options_.folder) + ": " + error_text(errno)};
     }
 }
 
@@ -118,12 +139,13 @@ void Verification::read_journal() {
     std::string text;
     const int error = read_whole_file_at(root_.get(), k_journal_name, text);
     if (error == ENOENT) return;
-    if (error != 0) return note(std::string(k_journal_name) + ": " + strerror(error));
+    if (error != 0) return note(std::string(k_journal_name) + ": " + error_text(error));
     size_t bad_lines = 0;
     for (auto& [path, entry] : parse_journal(text, bad_lines))
         expected_[path] = {entry.bytes, entry.digests};
     if (bad_lines > 0) {
-        note(std::string(k_journal_name) + ": " + std::to_string(bad_lines) + " damaged or foreign lines do not count");
+        note(std::string(k_journal_name) + ": " +
+             formatted(tr("problem", "%llu damaged or foreign lines do not count"), number(bad_lines)));
     }
 }
 
@@ -148,7 +170,8 @@ void Verification::read_list(std::string_view text, std::string_view name) {
         std::string& known = digest_of(expected_[parsed->path].digests, *kind);
         if (known.empty()) known = parsed->digest;  // the journal's comes first
     }
-    if (bad_lines > 0) note(printable_name(name) + ": " + std::to_string(bad_lines) + " lines are no digests");
+    if (bad_lines > 0)
+        note(printable_name(name) + ": " + formatted(tr("problem", "%llu lines are no digests"), number(bad_lines)));
 }
 
 void Verification::read_own_lists() {
@@ -157,7 +180,7 @@ void Verification::read_own_lists() {
         const char* name = names_of(kind).list_name;
         const int error = read_whole_file_at(root_.get(), name, text);
         if (error == 0) read_list(text, name);
-        if (error != 0 && error != ENOENT) note(std::string(name) + ": " + strerror(error));
+        if (error != 0 && error != ENOENT) note(std::string(name) + ": " + error_text(error));
     }
 }
 
@@ -188,7 +211,8 @@ void Verification::compare_presence() {
             if (!is_own_name(file.path)) report(Finding::fresh, file.path);
         } else if (expected->second.bytes && *expected->second.bytes != file.bytes) {
             report(Finding::changed, file.path,
-                   std::to_string(file.bytes) + " bytes instead of " + std::to_string(*expected->second.bytes));
+                   formatted(tr("problem", "%llu bytes instead of %llu"), number(file.bytes),
+                             number(*expected->second.bytes)));
         } else {
             to_read_.push_back(file);
             bytes_wanted_ += file.bytes;
@@ -205,7 +229,7 @@ void Verification::compare_presence() {
     for (const FileEntry& folder : contents.folders) {
         if (expected_.count(folder.path) == 0) continue;
         present.insert(folder.path);
-        report(Finding::changed, folder.path, "a folder");
+        report(Finding::changed, folder.path, tr("kind of file", "a folder"));
     }
     for (const auto& [path, expected] : expected_) {
         if (present.count(path) == 0 && !is_interrupted()) report(Finding::missing, path);
@@ -228,9 +252,10 @@ void Verification::compare_contents(size_t index) {
     if (!actual.problem.empty()) return report(Finding::unreadable, file.path, actual.problem);
     for (const DigestKind kind : kinds.kinds()) {
         if (digest_of(actual.digests, kind) != digest_of(expected.digests, kind)) {
-            return report(Finding::changed, file.path,
-                          std::string(names_of(kind).tag) + " is " + digest_of(actual.digests, kind) + " instead of " +
-                              digest_of(expected.digests, kind));
+            return report(
+                Finding::changed, file.path,
+                formatted(tr("problem", "%s is %s instead of %s"), names_of(kind).tag,
+                          digest_of(actual.digests, kind).c_str(), digest_of(expected.digests, kind).c_str()));
         }
     }
     report(Finding::good, file.path);
@@ -248,8 +273,9 @@ void Verification::report(Finding finding, const std::string& path, const std::s
         return screen_.print(stdout, line + "}");
     }
     if (finding == Finding::good || (finding == Finding::fresh && options_.is_quiet)) return;
-    char label[16];
-    std::snprintf(label, sizeof label, "%-10s ", word_for(finding));
+    const size_t columns =
+        widest_of({tr("report", "missing"), tr("report", "changed"), tr("report", "unreadable"), tr("report", "new")});
+    const std::string label = padded(tr("report", word_for(finding)), columns) + " ";
     screen_.print(stdout, label + printable_name(path) + (detail.empty() ? "" : ": " + detail));
 }
 
@@ -275,15 +301,15 @@ void Verification::summarise(int exit_code) {
         if (options_.is_json) {
             text += ",\"" + std::string(word_for(finding)) + "\":" + std::to_string(count);
         } else if (count > 0 || finding == Finding::good) {
-            text += separator + std::to_string(count) + " " + word_for(finding);
-            separator = ", ";
+            text += separator + count_text(finding, count);
+            separator = tr("report", ", ");
         }
     }
     if (options_.is_json) {
         screen_.print(stdout, text + ",\"bytes\":" + std::to_string(bytes_done_) +
                                   ",\"exit_code\":" + std::to_string(exit_code) + "}");
     } else if (is_interrupted()) {
-        screen_.print(stderr, text + "; interrupted");
+        screen_.print(stderr, text + "; " + tr("problem", "interrupted"));
     } else if (!options_.is_quiet) {
         screen_.print(stdout, text);
     }
@@ -297,14 +323,14 @@ int Verification::run() {
     } else {
         std::string text;
         const int error = read_whole_file_at(AT_FDCWD, options_.list.c_str(), text);
-        if (error != 0) throw Failure{k_exit_command_line, printable_name(options_.list) + ": " + strerror(error)};
+        if (error != 0) throw Failure{k_exit_command_line, printable_name(options_.list) + ": " + error_text(error)};
         read_list(text, name_of(options_.list));
         const std::string start = options_.folder + (options_.folder.back() == '/' ? "" : "/");
         if (options_.list.starts_with(start)) list_inside_ = options_.list.substr(start.size());
     }
     if (expected_.empty()) {
         throw Failure{k_exit_command_line, printable_name(options_.list.empty() ? options_.folder : options_.list) +
-                                               ": there is no digest to compare with"};
+                                               ": " + tr("problem", "there is no digest to compare with")};
     }
     screen_.start();
     compare_presence();

@@ -5,6 +5,8 @@
 
 #include <charconv>
 
+#include "translation.h"
+
 namespace tool {
 namespace {
 
@@ -117,7 +119,7 @@ bool is_clip_header(std::string_view line) {
 
 std::optional<ClipFormat> parse_clip_header(std::string_view line, std::string& problem) {
     if (!is_clip_header(line)) {
-        problem = "not a YUV4MPEG2 clip";
+        problem = tr("problem", "not a YUV4MPEG2 clip");
         return std::nullopt;
     }
     line.remove_prefix(k_magic.size());
@@ -128,13 +130,14 @@ std::optional<ClipFormat> parse_clip_header(std::string_view line, std::string& 
         line.remove_prefix(std::min(end + 1, line.size()));
         if (parameter.empty()) continue;
         if (!take_parameter(parameter, format)) {
-            problem = "parameter '" + std::string(parameter) + "' of the header is wrong or not supported";
+            problem = formatted(tr("problem", "parameter '%s' of the header is wrong or not supported"),
+                                std::string(parameter).c_str());
             return std::nullopt;
         }
         format.parameters.emplace_back(parameter);
     }
     if (format.width == 0 || format.height == 0) {
-        problem = "the header names no frame size";
+        problem = tr("problem", "the header names no frame size");
         return std::nullopt;
     }
     return format;
