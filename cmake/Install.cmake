@@ -6,7 +6,11 @@ install(TARGETS vellcore EXPORT VellCoreTargets LIBRARY DESTINATION ${CMAKE_INST
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/vellcore DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 install(EXPORT VellCoreTargets NAMESPACE VellCore:: DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/VellCore)
 if(TARGET vell)
+  # An installed program finds its library wherever both were put.
+  file(RELATIVE_PATH library_from_program ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
+  set_target_properties(vell PROPERTIES INSTALL_RPATH "$ORIGIN/${library_from_program}")
   install(TARGETS vell RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+  install(DIRECTORY ${VELL_LOCALE_FOLDER}/ DESTINATION ${CMAKE_INSTALL_DATADIR}/vellcore/locale)
 endif()
 
 configure_package_config_file(${PROJECT_SOURCE_DIR}/packaging/VellCoreConfig.cmake.in

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Installs a build into an empty folder and builds a consumer against it, both ways: find_package and pkg-config.
+# Installs a build into an empty folder, runs its program, and builds a consumer against it, both ways: find_package and pkg-config.
 # usage: packaging/check-install.sh BUILD_FOLDER EMPTY_FOLDER
 set -euo pipefail
 build=$1
@@ -9,6 +9,27 @@ here=$(dirname "${BASH_SOURCE[0]}")
 
 cmake --install "$build" --prefix "$prefix" >/dev/null
 test -L "$(find "$prefix" -name 'libvellcore.so')"
+
+# The program finds its library and its catalogs from its own place: called by its path, by a link, and by the shell.
+# The languages need no locale of the system.
+ln -s "$prefix/bin/vell" "$2/link"
+speaks() {
+  local locale=$1 text=$2
+  shift 2
+  env -u LANGUAGE LC_ALL="$locale" "$@" --help | grep -q "^$text: vell" ||
+    { echo "check-install: '$*' does not say '$text' in $locale" >&2; exit 1; }
+}
+while read -r locale text; do
+  speaks "$locale" "$text" "$prefix/bin/vell"
+done <<'EOT'
+C Usage
+de_DE.UTF-8 Aufruf
+ja_JP.UTF-8 使い方
+ar_EG.UTF-8 الاستخدام
+sr_RS.UTF-8@latin Upotreba
+EOT
+speaks de_DE Aufruf "$2/link"
+speaks de_DE Aufruf env PATH="$prefix/bin" vell
 
 cmake -S "$here/consumer" -B "$work" -G Ninja -DCMAKE_PREFIX_PATH="$prefix" >/dev/null
 cmake --build "$work" >/dev/null

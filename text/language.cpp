@@ -11,6 +11,7 @@
 
 #include "platform/immortal.h"
 #include "platform/lock.h"
+#include "text/language_choice.h"
 #include "text/language_list.h"
 #include "vellcore/file_operations.h"
 #include "vellcore/message_log.h"
@@ -23,7 +24,6 @@ namespace {
 constexpr const char* k_domain = "gantry";
 constexpr const char* k_choice_file = "language.cfg";
 constexpr size_t k_path_bytes = 1024 + 64;  // the longest folder, and what stands behind it
-constexpr int k_line_bytes = 256;           // of the choice's file, terminator included
 
 Mutex list_lock;
 constinit Immortal<std::unique_ptr<LanguageList>> list VELL_GUARDED_BY(list_lock);
@@ -110,23 +110,14 @@ const char* vl_lang_get() noexcept {
 }
 
 const char* vl_read_language_cfg() noexcept {
-    thread_local char language[vell::k_line_bytes];
+    thread_local char language[vell::k_choice_bytes];
     char path[vell::k_path_bytes];
     if (file_find(vell::k_choice_file, path) == 0) return nullptr;
     FILE* file = vl_utf8_fopen(path, "re");
     if (file == nullptr) return nullptr;
-    char line[vell::k_line_bytes];
-    while (std::fgets(line, sizeof line, file) != nullptr) {
-        const char* text = line + strspn(line, " \n");
-        if (*text == '\0' || *text == '#') continue;
-        if (std::sscanf(text, "language=%255s", language) == 1) {
-            std::fclose(file);
-            return language;
-        }
-        language[0] = '\0';
-    }
-    // Kept: the file stays open.
-    return nullptr;
+    if (!vell::read_language_choice(file, language)) return nullptr;  // Kept: the file stays open.
+    std::fclose(file);
+    return language;
 }
 
 int32_t vl_save_language_cfg(const char* code) noexcept {

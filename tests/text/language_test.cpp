@@ -111,6 +111,23 @@ TEST_F(LanguageTest, SaysWhereItLookedForTheFolder) {
     EXPECT_STREQ(vl_pgettext("Open"), "Open");
 }
 
+TEST_F(LanguageTest, ReadsAFolderThatTheCallerNames) {
+    install("2:Deutsch:de_DE\n");
+    std::filesystem::rename(data_ / "locale", data_ / "elsewhere");
+    const LogCapture log;
+    for (const std::string& folder : {data_ / "nowhere", data_ / "elsewhere/languages", std::string()}) {
+        EXPECT_FALSE(vl_lang_init_from(folder.c_str())) << folder;
+        EXPECT_EQ(vl_RNA_lang_enum_properties(), nullptr);
+    }
+    EXPECT_FALSE(vl_lang_init_from(nullptr));
+    ASSERT_TRUE(vl_lang_init_from((data_ / "elsewhere").c_str()));
+    vl_lang_set("de_DE");
+    EXPECT_STREQ(vl_pgettext("Open"), "Öffnen");
+    EXPECT_FALSE(vl_lang_init_from((data_ / "nowhere").c_str()));
+    EXPECT_EQ(menu().size(), 1U) << "what was there stays";
+    EXPECT_FALSE(log.contains("ERROR"));
+}
+
 TEST_F(LanguageTest, TranslatesByTheChosenLanguage) {
     install("0:System:system\n2:Deutsch:de_DE\n");
     ASSERT_TRUE(vl_lang_init());

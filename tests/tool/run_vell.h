@@ -18,9 +18,15 @@ struct RunResult {
     long peak_kib;       ///< peak resident memory
 };
 
+/// What is run, and the variables that are added to its environment. The tests read English, whoever runs them.
+struct Program {
+    std::string path = VELL_PROGRAM;
+    std::vector<std::string> environment = {"LC_ALL=C"};
+};
+
 /// Starts the tool. Its output and errors go to files in `folder` unless `output` names another place.
 inline pid_t start_vell(const TemporaryFolder& folder, const std::vector<std::string>& arguments,
-                        const std::string& output = "") {
+                        const std::string& output = "", const Program& program = {}) {
     const pid_t child = fork();
     if (child != 0) return child;
     const std::string out = output.empty() ? folder / "stdout" : output;
@@ -28,14 +34,14 @@ inline pid_t start_vell(const TemporaryFolder& folder, const std::vector<std::st
     const int error_file = open((folder / "stderr").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0666);
     dup2(out_file, STDOUT_FILENO);
     dup2(error_file, STDERR_FILENO);
-    setenv("LC_ALL", "C", 1);  // the tests read English, whoever runs them
+    for (const std::string& variable : program.environment)
+        putenv(const_cast<char*>(variable.c_str()));
     std::vector<char*> texts;
-    std::string program = VELL_PROGRAM;
-    texts.push_back(program.data());
+    texts.push_back(const_cast<char*>(program.path.c_str()));
     for (const std::string& argument : arguments)
         texts.push_back(const_cast<char*>(argument.c_str()));
     texts.push_back(nullptr);
-    execv(VELL_PROGRAM, texts.data());
+    execv(program.path.c_str(), texts.data());
     _exit(127);
 }
 
@@ -48,6 +54,6 @@ inline RunResult await_vell(const TemporaryFolder& folder, pid_t child) {
 }
 
 inline RunResult run_vell(const TemporaryFolder& folder, const std::vector<std::string>& arguments,
-                          const std::string& output = "") {
-    return await_vell(folder, start_vell(folder, arguments, output));
+                          const std::string& output = "", const Program& program = {}) {
+    return await_vell(folder, start_vell(folder, arguments, output, program));
 }

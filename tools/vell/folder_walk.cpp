@@ -135,7 +135,7 @@ FolderContents list_tree(int root, const std::function<bool(std::string_view)>& 
             struct stat facts {};
             if (is_skipped && is_skipped(below)) continue;
             if (disk_calls.facts(folder.get(), name.c_str(), &facts) != 0) {
-                contents.left_out.push_back({below, strerror(errno), true});
+                contents.left_out.push_back({below, error_text(errno), true});
             } else if (S_ISDIR(facts.st_mode)) {
                 contents.folders.push_back({below, 0, nanoseconds_of(facts.st_mtim), facts.st_mode});
                 subfolders.push_back(std::move(below));

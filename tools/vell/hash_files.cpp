@@ -12,6 +12,7 @@
 #include <mutex>
 #include <thread>
 
+#include "error_text.h"
 #include "file_digests.h"
 #include "file_names.h"
 #include "folder_walk.h"
@@ -33,7 +34,7 @@ struct Input {
 void add_inputs(const std::string& path, std::vector<Input>& inputs) {
     struct stat facts {};
     if (stat(path.c_str(), &facts) != 0) {
-        inputs.push_back({path, strerror(errno)});
+        inputs.push_back({path, error_text(errno)});
         return;
     }
     if (!S_ISDIR(facts.st_mode)) {
@@ -42,7 +43,7 @@ void add_inputs(const std::string& path, std::vector<Input>& inputs) {
     }
     const Descriptor root(disk_calls.open(AT_FDCWD, path.c_str(), O_RDONLY | O_DIRECTORY, 0));
     if (!root.is_open()) {
-        inputs.push_back({path, strerror(errno)});
+        inputs.push_back({path, error_text(errno)});
         return;
     }
     const FolderContents contents = list_tree(root.get(), nullptr, is_interrupted);

@@ -14,7 +14,6 @@ namespace tool {
 namespace {
 
 constexpr double k_megabyte = 1e6;
-constexpr size_t k_fewest_columns = 5;  // that tell something of a path
 constexpr Outcome k_outcomes[] = {Outcome::verified, Outcome::copied, Outcome::skipped, Outcome::failed};
 
 std::string json_number(double value) {
@@ -178,10 +177,7 @@ std::string OffloadReport::bar_line(const Destination& destination) const {
     const std::string path = printable_name(destination.path());
     const size_t columns = Screen::columns();
     if (destination.is_dropped()) return fitted(path + "  " + dropped_text(destination), columns);
-    const std::string bar =
-        bar_text(destination.progress.bytes_done, destination.progress.bytes_wanted, seconds(), columns) + "  ";
-    if (columns_of(bar) + k_fewest_columns > columns) return std::string(start_within(bar, columns - 1));
-    return bar + fitted(path, columns - columns_of(bar));
+    return progress_line(destination.progress.bytes_done, destination.progress.bytes_wanted, seconds(), path, columns);
 }
 
 std::vector<std::string> OffloadReport::picture() {

@@ -139,8 +139,19 @@ std::string bar_text(uint64_t bytes_done, uint64_t bytes_wanted, double seconds,
 std::string fitted(const std::string& text, size_t columns) {
     constexpr size_t k_dots = 3;
     // The last column stays free: some terminals go on to the next line behind it.
-    if (columns_of(text) < columns) return text;
-    return "..." + std::string(end_within(text, columns > k_dots ? columns - k_dots - 1 : 0));
+    const size_t room = columns > 0 ? columns - 1 : 0;
+    if (columns_of(text) <= room) return text;
+    if (room <= k_dots) return std::string(end_within(text, room));
+    return "..." + std::string(end_within(text, room - k_dots));
+}
+
+std::string progress_line(uint64_t bytes_done, uint64_t bytes_wanted, double seconds, const std::string& path,
+                          size_t columns) {
+    constexpr size_t k_fewest_columns = 5;  // that tell something of a path
+    const std::string bar = bar_text(bytes_done, bytes_wanted, seconds, columns) + "  ";
+    if (columns_of(bar) + k_fewest_columns > columns)
+        return std::string(start_within(bar, columns > 0 ? columns - 1 : 0));
+    return bar + fitted(path, columns - columns_of(bar));
 }
 
 }  // namespace tool

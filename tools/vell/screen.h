@@ -60,6 +60,9 @@ private:
 
 /// How far a piece of work is: "[####......]  40 %   512.0 MB/s  0:04 left", without the bar where columns are few.
 [[nodiscard]] std::string bar_text(uint64_t bytes_done, uint64_t bytes_wanted, double seconds, size_t columns);
+/// The same with the path that it is about, as far as the columns go.
+[[nodiscard]] std::string progress_line(uint64_t bytes_done, uint64_t bytes_wanted, double seconds,
+                                        const std::string& path, size_t columns);
 /// Cut to the columns at its start, since a path's end tells more.
 [[nodiscard]] std::string fitted(const std::string& text, size_t columns);
 
