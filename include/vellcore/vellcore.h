@@ -17,6 +17,7 @@
 #include "folder_copy.h"
 #include "hash_functions.h"
 #include "heap_set.h"
+#include "http_client.h"
 #include "language.h"
 #include "lockable_heap.h"
 #include "message_log.h"

@@ -1,0 +1,84 @@
+// HTTP over the system's URL loading: one request, one response, no redirects followed and nothing cached.
+//
+// To port: one class that sends a request and tells a sink what comes back. What is asked of it:
+// - http and https; certificates and host names are checked against the system's trust store, to which the files that
+//   SSL_CERT_FILE and SSL_CERT_DIR name are added; proxies come from the environment.
+// - Connections are kept between the requests of one object.
+// - The limit is one of idleness: it starts anew with everything that goes over the wire, and it also ends a search for
+//   the host's address and a connection that is not answered. Milliseconds count.
+// - No signal is raised in the process, and none of its signal handling is changed.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace vell {
+
+struct HttpField {
+    std::string name;
+    std::string value;
+};
+
+/// Names of fields are equal whatever their case.
+[[nodiscard]] bool is_same_field(std::string_view a, std::string_view b) noexcept;
+
+struct HttpRequest {
+    std::string url;                ///< absolute, ASCII without blanks and control characters
+    const char* method = "GET";     ///< in capitals
+    std::vector<HttpField> fields;  ///< values go out as they stand. Length and framing are the transport's own
+    const void* body = nullptr;     ///< stays the caller's
+    uint64_t body_bytes = 0;
+    bool has_body = false;  ///< also for one of no bytes
+    int64_t idle_limit_ms = 0;
+    bool unpacks = true;  ///< offers gzip, and delivers what came as if it had not been packed
+};
+
+/// What stands above a response's body.
+struct HttpHead {
+    int32_t status = 0;
+    std::vector<HttpField> fields;
+    std::string location;  ///< where a response of 3xx points to, made absolute; else empty
+
+    /// The first field of that name; empty when there is none.
+    [[nodiscard]] std::string_view field(std::string_view name) const noexcept;
+};
+
+/// Takes a response as it comes, on the thread that sends. What answers false ends the transfer.
+class HttpSink {
+public:
+    /// The response has begun. Not called for interim responses (1xx).
+    virtual bool begin(const HttpHead& head) = 0;
+    virtual bool take(const void* data, size_t bytes) = 0;
+    /// Asked several times a second while the transfer lasts.
+    virtual bool goes_on() { return true; }
+
+protected:
+    ~HttpSink() = default;
+};
+
+enum class HttpEnd {
+    complete,
+    stopped,  ///< by the sink
+    failed,
+};
+
+struct HttpResult {
+    HttpEnd end = HttpEnd::failed;
+    std::string error;  ///< of a failure, for people
+};
+
+class HttpTransport {
+public:
+    virtual ~HttpTransport() = default;
+    [[nodiscard]] virtual HttpResult send(const HttpRequest& request, HttpSink& sink) noexcept = 0;
+};
+
+/// Makes a transport; null when memory is short. The system's own until a test puts another one here, which it does
+/// before the first request.
+extern std::unique_ptr<HttpTransport> (*make_http_transport)() noexcept;
+
+}  // namespace vell

@@ -1,0 +1,300 @@
+// HTTP through libcurl's multi interface, which is the one that lets us keep the time: the limits of the simple
+// interface count whole seconds and end transfers that are slow but alive.
+
+#include <curl/curl.h>
+
+#include <algorithm>
+#include <chrono>
+#include <climits>
+#include <cstdio>
+#include <cstdlib>
+#include <new>
+
+#include "platform/http_transport.h"
+#include "platform/lock.h"
+
+namespace vell {
+namespace {
+
+constexpr size_t k_most_header_bytes = size_t{1} << 20;
+constexpr long k_receive_bytes = 256L << 10;
+constexpr long k_kept_connections = 8;  // of one transport, to different hosts
+constexpr int64_t k_question_ms = 100;  // between two questions whether to go on
+constexpr const char* k_protocols = "http,https";
+
+struct Release {
+    void operator()(CURL* handle) const noexcept { curl_easy_cleanup(handle); }
+    void operator()(CURLU* url) const noexcept { curl_url_cleanup(url); }
+    void operator()(char* text) const noexcept { curl_free(text); }
+};
+using Url = std::unique_ptr<CURLU, Release>;
+using CurlText = std::unique_ptr<char, Release>;
+
+/// The library's list of header lines.
+class LineList {
+public:
+    LineList() = default;
+    ~LineList() { curl_slist_free_all(list_); }
+    LineList(const LineList&) = delete;
+    LineList& operator=(const LineList&) = delete;
+
+    void add(const std::string& line) {
+        curl_slist* longer = curl_slist_append(list_, line.c_str());
+        if (longer == nullptr) throw std::bad_alloc();
+        list_ = longer;
+    }
+    [[nodiscard]] curl_slist* get() const noexcept { return list_; }
+
+private:
+    curl_slist* list_ = nullptr;
+};
+
+bool has_field(const std::vector<HttpField>& fields, std::string_view name) {
+    return std::any_of(fields.begin(), fields.end(),
+                       [name](const HttpField& field) { return is_same_field(field.name, name); });
+}
+
+/// A line as the library wants it: it takes "Name:" for "send no such field", and "Name;" for an empty one.
+std::string header_line(const HttpField& field) {
+    const bool is_blank = field.value.find_first_not_of(" \t") == std::string::npos;
+    return is_blank ? field.name + ";" : field.name + ": " + field.value;
+}
+
+void add_header_lines(const HttpRequest& request, LineList& lines) {
+    for (const HttpField& field : request.fields) {
+        // A length or a framing that differs from what is sent would let the rest of it pass for another request.
+        if (is_same_field(field.name, "Content-Length") || is_same_field(field.name, "Transfer-Encoding")) continue;
+        lines.add(header_line(field));
+    }
+    // The library adds these by itself; waiting for "100 Continue" costs a second with servers that do not know it.
+    for (const char* name : {"Expect", "Content-Type"}) {
+        if (!has_field(request.fields, name)) lines.add(std::string(name) + ":");
+    }
+}
+
+/// What a response of 3xx points to, seen from the URL that it answers. A text that is no URL stays as it is.
+std::string absolute_location(CURLU* base, const char* location) {
+    const Url url(curl_url_dup(base));
+    if (url == nullptr) throw std::bad_alloc();
+    char* text = nullptr;
+    if (curl_url_set(url.get(), CURLUPART_URL, location,
+                     CURLU_URLENCODE | CURLU_ALLOW_SPACE | CURLU_NON_SUPPORT_SCHEME) != CURLUE_OK ||
+        curl_url_get(url.get(), CURLUPART_URL, &text, 0) != CURLUE_OK)
+        return location;
+    return CurlText(text).get();
+}
+
+/// One request while it is under way.
+struct Transfer {
+    CURL* easy;
+    CURLU* url;
+    HttpSink& sink;
+    size_t header_bytes = 0;
+    bool has_begun = false;
+    bool is_stopped = false;  ///< by the sink
+    std::string problem;      ///< found on our side
+
+    bool ask(bool goes_on) noexcept {
+        is_stopped |= !goes_on;
+        return goes_on;
+    }
+};
+
+HttpHead read_head(const Transfer& transfer) {
+    HttpHead head;
+    long status = 0;
+    curl_easy_getinfo(transfer.easy, CURLINFO_RESPONSE_CODE, &status);
+    head.status = static_cast<int32_t>(status);
+    curl_header* header = nullptr;
+    while ((header = curl_easy_nextheader(transfer.easy, CURLH_HEADER, -1, header)) != nullptr)
+        head.fields.push_back({header->name, header->value});
+    const std::string_view location = head.field("Location");
+    if (status / 100 == 3 && !location.empty())
+        head.location = absolute_location(transfer.url, std::string(location).c_str());
+    return head;
+}
+
+/// What the callbacks answer to have the transfer ended.
+constexpr size_t k_end_transfer = 0;
+
+size_t take_header_line(char* line, size_t, size_t bytes, void* context) noexcept {
+    auto& transfer = *static_cast<Transfer*>(context);
+    try {
+        transfer.header_bytes += bytes;
+        if (transfer.header_bytes > k_most_header_bytes) {
+            transfer.problem = "The header of the response is too long";
+            return k_end_transfer;
+        }
+        const bool is_end = bytes <= 2 && (line[0] == '\r' || line[0] == '\n');
+        if (!is_end || transfer.has_begun) return bytes;  // fields behind a body change nothing any more
+        const HttpHead head = read_head(transfer);
+        if (head.status / 100 == 1) return bytes;
+        transfer.has_begun = true;
+        return transfer.ask(transfer.sink.begin(head)) ? bytes : k_end_transfer;
+    } catch (const std::exception& error) {
+        transfer.problem = "Out of memory";
+        return k_end_transfer;
+    }
+}
+
+size_t take_body(char* data, size_t, size_t bytes, void* context) noexcept {
+    auto& transfer = *static_cast<Transfer*>(context);
+    try {
+        return transfer.ask(transfer.sink.take(data, bytes)) ? bytes : k_end_transfer;
+    } catch (const std::exception& error) {
+        transfer.problem = "Out of memory";
+        return k_end_transfer;
+    }
+}
+
+class CurlTransport final : public HttpTransport {
+public:
+    CurlTransport() noexcept : multi_(curl_multi_init()), easy_(curl_easy_init()) {
+        if (!is_good()) return;
+        curl_multi_setopt(multi_, CURLMOPT_MAXCONNECTS, k_kept_connections);
+        CURL* easy = easy_.get();
+        curl_easy_setopt(easy, CURLOPT_ERRORBUFFER, error_text_);
+        curl_easy_setopt(easy, CURLOPT_NOSIGNAL, 1L);
+        curl_easy_setopt(easy, CURLOPT_QUICK_EXIT, 1L);  // else the end waits for a name server that never answers
+        curl_easy_setopt(easy, CURLOPT_PROTOCOLS_STR, k_protocols);
+        curl_easy_setopt(easy, CURLOPT_REDIR_PROTOCOLS_STR, k_protocols);
+        // One request at a time has nothing to gain from streams.
+        curl_easy_setopt(easy, CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1));
+        curl_easy_setopt(easy, CURLOPT_USERAGENT, "VellCore/" VELL_VERSION);
+        curl_easy_setopt(easy, CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
+        curl_easy_setopt(easy, CURLOPT_BUFFERSIZE, k_receive_bytes);
+        curl_easy_setopt(easy, CURLOPT_HEADERFUNCTION, take_header_line);
+        curl_easy_setopt(easy, CURLOPT_WRITEFUNCTION, take_body);
+    }
+    ~CurlTransport() override {
+        easy_.reset();
+        if (multi_ != nullptr) curl_multi_cleanup(multi_);
+    }
+    CurlTransport(const CurlTransport&) = delete;
+    CurlTransport& operator=(const CurlTransport&) = delete;
+
+    [[nodiscard]] bool is_good() const noexcept { return multi_ != nullptr && easy_ != nullptr; }
+
+    HttpResult send(const HttpRequest& request, HttpSink& sink) noexcept override {
+        const CancelShield shield;
+        try {
+            return exchange(request, sink);
+        } catch (const std::bad_alloc&) {
+            return {HttpEnd::failed, "Out of memory"};
+        }
+    }
+
+private:
+    /// The system's folder of authorities stays in force beside the file.
+    void trust_authorities_of_environment() noexcept {
+        const char* file = std::getenv("SSL_CERT_FILE");
+        if (file != nullptr && *file != '\0') curl_easy_setopt(easy_.get(), CURLOPT_CAINFO, file);
+        const char* folder = std::getenv("SSL_CERT_DIR");
+        if (folder != nullptr && *folder != '\0') curl_easy_setopt(easy_.get(), CURLOPT_CAPATH, folder);
+    }
+
+    HttpResult exchange(const HttpRequest& request, HttpSink& sink) {
+        const Url url(curl_url());
+        if (url == nullptr) throw std::bad_alloc();
+        const CURLUcode wrong = curl_url_set(url.get(), CURLUPART_URL, request.url.c_str(), 0);
+        if (wrong != CURLUE_OK) return {HttpEnd::failed, curl_url_strerror(wrong)};
+        LineList lines;
+        add_header_lines(request, lines);
+        Transfer transfer{easy_.get(), url.get(), sink, 0, false, false, ""};
+        prepare(request, transfer, lines);
+        trust_authorities_of_environment();
+        HttpResult result = run(transfer, request.idle_limit_ms);
+        // Nothing of this call stays known to the handle.
+        curl_easy_setopt(easy_.get(), CURLOPT_CURLU, nullptr);
+        curl_easy_setopt(easy_.get(), CURLOPT_HTTPHEADER, nullptr);
+        curl_easy_setopt(easy_.get(), CURLOPT_POSTFIELDS, nullptr);
+        return result;
+    }
+
+    void prepare(const HttpRequest& request, Transfer& transfer, const LineList& lines) noexcept {
+        CURL* easy = easy_.get();
+        curl_easy_setopt(easy, CURLOPT_CURLU, transfer.url);
+        curl_easy_setopt(easy, CURLOPT_HTTPHEADER, lines.get());
+        curl_easy_setopt(easy, CURLOPT_ACCEPT_ENCODING, request.unpacks ? "gzip, deflate" : nullptr);
+        // Else its own limit of five minutes holds for connecting.
+        curl_easy_setopt(easy, CURLOPT_CONNECTTIMEOUT_MS, long{INT_MAX});
+        if (request.has_body) {
+            curl_easy_setopt(easy, CURLOPT_POST, 1L);
+            curl_easy_setopt(easy, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(request.body_bytes));
+            curl_easy_setopt(easy, CURLOPT_POSTFIELDS, request.body_bytes > 0 ? request.body : "");
+        } else {
+            curl_easy_setopt(easy, CURLOPT_HTTPGET, 1L);
+        }
+        curl_easy_setopt(easy, CURLOPT_CUSTOMREQUEST, request.method);
+        curl_easy_setopt(easy, CURLOPT_HEADERDATA, &transfer);
+        curl_easy_setopt(easy, CURLOPT_WRITEDATA, &transfer);
+    }
+
+    HttpResult run(Transfer& transfer, int64_t idle_limit_ms) {
+        error_text_[0] = '\0';
+        if (curl_multi_add_handle(multi_, easy_.get()) != CURLM_OK) throw std::bad_alloc();
+        CURLcode code = CURLE_OK;
+        const bool has_ended = drive(transfer, idle_limit_ms, code);
+        curl_multi_remove_handle(multi_, easy_.get());
+        if (!transfer.problem.empty()) return {HttpEnd::failed, transfer.problem};
+        if (transfer.is_stopped) return {HttpEnd::stopped, ""};
+        if (has_ended && code == CURLE_OK) return {HttpEnd::complete, ""};
+        return {HttpEnd::failed, error_text_[0] != '\0' ? error_text_ : curl_easy_strerror(code)};
+    }
+
+    static bool is_fine(CURLMcode code, Transfer& transfer) {
+        if (code != CURLM_OK) transfer.problem = curl_multi_strerror(code);
+        return code == CURLM_OK;
+    }
+
+    /// Moves the transfer on until it ends. False when it was ended here; the transfer says why.
+    bool drive(Transfer& transfer, int64_t idle_limit_ms, CURLcode& code) {
+        using Clock = std::chrono::steady_clock;
+        const auto limit = std::chrono::milliseconds(idle_limit_ms);
+        Clock::time_point last_sign = Clock::now();
+        for (int signs = 1;;) {
+            int running = 0;
+            if (!is_fine(curl_multi_perform(multi_, &running), transfer)) return false;
+            if (running == 0) break;
+            // Counted from here, so that a sink that takes its time is not idleness of the server.
+            const Clock::time_point now = Clock::now();
+            if (signs > 0) last_sign = now;
+            if (now - last_sign >= limit) {
+                char text[64];
+                std::snprintf(text, sizeof text, "Timed out: nothing came for %lld.%03lld seconds",
+                              static_cast<long long>(idle_limit_ms / 1000),
+                              static_cast<long long>(idle_limit_ms % 1000));
+                transfer.problem = text;
+                return false;
+            }
+            if (!transfer.ask(transfer.sink.goes_on())) return false;
+            const auto left = std::chrono::ceil<std::chrono::milliseconds>(limit - (now - last_sign)).count();
+            const int wait_ms = static_cast<int>(std::min<int64_t>(left, k_question_ms));
+            if (!is_fine(curl_multi_poll(multi_, nullptr, 0, wait_ms, &signs), transfer)) return false;
+        }
+        int waiting = 0;
+        const CURLMsg* message = curl_multi_info_read(multi_, &waiting);
+        code = message != nullptr ? message->data.result : CURLE_FAILED_INIT;
+        return true;
+    }
+
+    CURLM* multi_;
+    std::unique_ptr<CURL, Release> easy_;
+    char error_text_[CURL_ERROR_SIZE] = "";
+};
+
+std::unique_ptr<HttpTransport> make_curl_transport() noexcept {
+    // Never undone: the host may use the library too.
+    static const CURLcode started = curl_global_init(CURL_GLOBAL_DEFAULT);
+    if (started != CURLE_OK) return nullptr;
+    auto* transport = new (std::nothrow) CurlTransport;
+    if (transport == nullptr || transport->is_good()) return std::unique_ptr<HttpTransport>(transport);
+    delete transport;
+    return nullptr;
+}
+
+}  // namespace
+
+std::unique_ptr<HttpTransport> (*make_http_transport)() noexcept = make_curl_transport;
+
+}  // namespace vell
