@@ -16,7 +16,7 @@
 namespace vell {
 namespace {
 
-constexpr size_t k_most_header_bytes = size_t{1} << 20;
+constexpr size_t k_most_header_bytes = size_t{256} << 10;
 constexpr long k_receive_bytes = 256L << 10;
 constexpr long k_kept_connections = 8;  // of one transport, to different hosts
 constexpr int64_t k_question_ms = 100;  // between two questions whether to go on
@@ -100,6 +100,13 @@ struct Transfer {
     }
 };
 
+/// The library leaves the line's end in an empty value.
+std::string trimmed(const char* value) {
+    const std::string text = value;
+    const size_t end = text.find_last_not_of(" \t\r\n");
+    return end == std::string::npos ? "" : text.substr(0, end + 1);
+}
+
 HttpHead read_head(const Transfer& transfer) {
     HttpHead head;
     long status = 0;
@@ -107,7 +114,7 @@ HttpHead read_head(const Transfer& transfer) {
     head.status = static_cast<int32_t>(status);
     curl_header* header = nullptr;
     while ((header = curl_easy_nextheader(transfer.easy, CURLH_HEADER, -1, header)) != nullptr)
-        head.fields.push_back({header->name, header->value});
+        head.fields.push_back({header->name, trimmed(header->value)});
     const std::string_view location = head.field("Location");
     if (status / 100 == 3 && !location.empty())
         head.location = absolute_location(transfer.url, std::string(location).c_str());
@@ -150,21 +157,7 @@ size_t take_body(char* data, size_t, size_t bytes, void* context) noexcept {
 class CurlTransport final : public HttpTransport {
 public:
     CurlTransport() noexcept : multi_(curl_multi_init()), easy_(curl_easy_init()) {
-        if (!is_good()) return;
-        curl_multi_setopt(multi_, CURLMOPT_MAXCONNECTS, k_kept_connections);
-        CURL* easy = easy_.get();
-        curl_easy_setopt(easy, CURLOPT_ERRORBUFFER, error_text_);
-        curl_easy_setopt(easy, CURLOPT_NOSIGNAL, 1L);
-        curl_easy_setopt(easy, CURLOPT_QUICK_EXIT, 1L);  // else the end waits for a name server that never answers
-        curl_easy_setopt(easy, CURLOPT_PROTOCOLS_STR, k_protocols);
-        curl_easy_setopt(easy, CURLOPT_REDIR_PROTOCOLS_STR, k_protocols);
-        // One request at a time has nothing to gain from streams.
-        curl_easy_setopt(easy, CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1));
-        curl_easy_setopt(easy, CURLOPT_USERAGENT, "VellCore/" VELL_VERSION);
-        curl_easy_setopt(easy, CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
-        curl_easy_setopt(easy, CURLOPT_BUFFERSIZE, k_receive_bytes);
-        curl_easy_setopt(easy, CURLOPT_HEADERFUNCTION, take_header_line);
-        curl_easy_setopt(easy, CURLOPT_WRITEFUNCTION, take_body);
+        if (multi_ != nullptr) curl_multi_setopt(multi_, CURLMOPT_MAXCONNECTS, k_kept_connections);
     }
     ~CurlTransport() override {
         easy_.reset();
@@ -185,14 +178,6 @@ public:
     }
 
 private:
-    /// The system's folder of authorities stays in force beside the file.
-    void trust_authorities_of_environment() noexcept {
-        const char* file = std::getenv("SSL_CERT_FILE");
-        if (file != nullptr && *file != '\0') curl_easy_setopt(easy_.get(), CURLOPT_CAINFO, file);
-        const char* folder = std::getenv("SSL_CERT_DIR");
-        if (folder != nullptr && *folder != '\0') curl_easy_setopt(easy_.get(), CURLOPT_CAPATH, folder);
-    }
-
     HttpResult exchange(const HttpRequest& request, HttpSink& sink) {
         const Url url(curl_url());
         if (url == nullptr) throw std::bad_alloc();
@@ -201,23 +186,46 @@ private:
         LineList lines;
         add_header_lines(request, lines);
         Transfer transfer{easy_.get(), url.get(), sink, 0, false, false, ""};
-        prepare(request, transfer, lines);
+        // Forgets the last call, and with it the number of kept connections that servers had closed: after five in a
+        // handle's life the library would give up. The connections themselves stay.
+        curl_easy_reset(easy_.get());
+        set_constants();
         trust_authorities_of_environment();
-        HttpResult result = run(transfer, request.idle_limit_ms);
-        // Nothing of this call stays known to the handle.
-        curl_easy_setopt(easy_.get(), CURLOPT_CURLU, nullptr);
-        curl_easy_setopt(easy_.get(), CURLOPT_HTTPHEADER, nullptr);
-        curl_easy_setopt(easy_.get(), CURLOPT_POSTFIELDS, nullptr);
-        return result;
+        set_request(request, transfer, lines);
+        return run(transfer, request.idle_limit_ms);
     }
 
-    void prepare(const HttpRequest& request, Transfer& transfer, const LineList& lines) noexcept {
+    void set_constants() noexcept {
+        CURL* easy = easy_.get();
+        curl_easy_setopt(easy, CURLOPT_ERRORBUFFER, error_text_);
+        curl_easy_setopt(easy, CURLOPT_NOSIGNAL, 1L);
+        curl_easy_setopt(easy, CURLOPT_QUICK_EXIT, 1L);  // else the end waits for a name server that never answers
+        curl_easy_setopt(easy, CURLOPT_PROTOCOLS_STR, k_protocols);
+        curl_easy_setopt(easy, CURLOPT_REDIR_PROTOCOLS_STR, k_protocols);
+        // One request at a time has nothing to gain from streams.
+        curl_easy_setopt(easy, CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1));
+        curl_easy_setopt(easy, CURLOPT_USERAGENT, "VellCore/" VELL_VERSION);
+        curl_easy_setopt(easy, CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
+        curl_easy_setopt(easy, CURLOPT_BUFFERSIZE, k_receive_bytes);
+        curl_easy_setopt(easy, CURLOPT_HEADERFUNCTION, take_header_line);
+        curl_easy_setopt(easy, CURLOPT_WRITEFUNCTION, take_body);
+        // Else the library's own limit of five minutes holds for connecting.
+        curl_easy_setopt(easy, CURLOPT_CONNECTTIMEOUT_MS, long{INT_MAX});
+    }
+
+    /// The system's folder of authorities stays in force beside the file.
+    void trust_authorities_of_environment() noexcept {
+        const char* file = std::getenv("SSL_CERT_FILE");
+        if (file != nullptr && *file != '\0') curl_easy_setopt(easy_.get(), CURLOPT_CAINFO, file);
+        const char* folder = std::getenv("SSL_CERT_DIR");
+        if (folder != nullptr && *folder != '\0') curl_easy_setopt(easy_.get(), CURLOPT_CAPATH, folder);
+    }
+
+    void set_request(const HttpRequest& request, Transfer& transfer, const LineList& lines) noexcept {
         CURL* easy = easy_.get();
         curl_easy_setopt(easy, CURLOPT_CURLU, transfer.url);
         curl_easy_setopt(easy, CURLOPT_HTTPHEADER, lines.get());
         curl_easy_setopt(easy, CURLOPT_ACCEPT_ENCODING, request.unpacks ? "gzip, deflate" : nullptr);
-        // Else its own limit of five minutes holds for connecting.
-        curl_easy_setopt(easy, CURLOPT_CONNECTTIMEOUT_MS, long{INT_MAX});
         if (request.has_body) {
             curl_easy_setopt(easy, CURLOPT_POST, 1L);
             curl_easy_setopt(easy, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(request.body_bytes));
@@ -238,6 +246,9 @@ private:
         curl_multi_remove_handle(multi_, easy_.get());
         if (!transfer.problem.empty()) return {HttpEnd::failed, transfer.problem};
         if (transfer.is_stopped) return {HttpEnd::stopped, ""};
+        // The library takes a connection that closes between two fields for an empty response.
+        if (has_ended && code == CURLE_OK && !transfer.has_begun)
+            return {HttpEnd::failed, "The connection was closed inside the response's header"};
         if (has_ended && code == CURLE_OK) return {HttpEnd::complete, ""};
         return {HttpEnd::failed, error_text_[0] != '\0' ? error_text_ : curl_easy_strerror(code)};
     }

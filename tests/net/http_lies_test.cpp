@@ -151,7 +151,8 @@ TEST(LyingServers, FailOrSucceedAtEveryByte) {
                 if (is_reset) client.reset();
             });
             const std::string url = server.url();
-            for (length = 0; length < whole.size(); ++length) {
+            // Of the last line's end the line feed is not waited for.
+            for (length = 0; length + 1 < whole.size(); ++length) {
                 const std::string answer = ask(url);
                 if (each.ends_with_connection && !is_reset && length >= each.head.size()) continue;  // may be the end
                 EXPECT_NE(answer.find('!'), std::string::npos) << length << ": " << answer;
@@ -159,6 +160,7 @@ TEST(LyingServers, FailOrSucceedAtEveryByte) {
                 EXPECT_LT(vl_http_download(download), 0) << length;
                 EXPECT_TRUE(std::string("twelve bytes").starts_with(download.got)) << download.got;
             }
+            length = whole.size();
             if (!is_reset) {
                 EXPECT_EQ(ask(url), "200 twelve bytes");
             }
@@ -180,7 +182,7 @@ TEST(LyingServers, AreNotBelieved) {
         {"a length that is none", k_ok + "Content-Length: -5\r\n\r\nabc", "0 ! Invalid Content-Length: value"},
         {"a length beyond counting", k_ok + "Content-Length: 99999999999999999999\r\n\r\nabc", "200 abc"},
         {"a chunk without a length", k_ok + "Transfer-Encoding: chunked\r\n\r\nxyz\r\n",
-         "200 ! Illegal or missing hexadecimal sequence"},
+         "200 ! Illegal or missing hexadecimal sequence in chunked-encoding"},
         {"not packed", k_ok + "Content-Encoding: gzip\r\nContent-Length: 3\r\n\r\nabc",
          "200 ! Error while processing content unencoding: incorrect header check"},
         {"no HTTP", "SSH-2.0-OpenSSH\r\n", "0 ! Received HTTP/0.9 when not allowed"},
