@@ -88,5 +88,6 @@ void describe_hash(Arguments& program);
 void describe_clip(Arguments& program);
 void describe_doctor(Arguments& program);
 void describe_ls(Arguments& program);
+void describe_get(Arguments& program);
 
 }  // namespace tool
