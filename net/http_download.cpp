@@ -171,7 +171,8 @@ int32_t vl_http_download(vl_http_transfer& transfer) noexcept {
         return vell::download(transfer);
     } catch (const std::bad_alloc&) {
         transfer.status = 0;
-        std::strcpy(transfer.error_text, "Out of memory");
+        constexpr char k_text[] = "Out of memory";
+        std::memcpy(transfer.error_text, k_text, sizeof k_text);
         return VL_HTTP_FAILED;
     }
 }

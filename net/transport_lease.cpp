@@ -32,9 +32,9 @@ constinit Immortal<Table> waiting VELL_GUARDED_BY(table_lock);
 
 /// After a fork both processes would talk on the same connections, and closing one in the child would say goodbye in
 /// the parent's name: what was there before belongs to the parent.
-void forget_other_process() noexcept VELL_REQUIRES(table_lock) {
+void forget_other_process(pid_t process) noexcept VELL_REQUIRES(table_lock) {
     for (Waiting& entry : waiting.value) {
-        if (entry.transport != nullptr && entry.process != getpid()) static_cast<void>(entry.transport.release());
+        if (entry.transport != nullptr && entry.process != process) static_cast<void>(entry.transport.release());
     }
 }
 
@@ -67,10 +67,10 @@ std::unique_ptr<HttpTransport> take_stale() noexcept VELL_REQUIRES(table_lock) {
 
 }  // namespace
 
-TransportLease::TransportLease(const void* owner) noexcept : owner_(owner) {
+TransportLease::TransportLease(const void* owner) noexcept : owner_(owner), process_(getpid()) {
     {
         const ScopedLock lock(table_lock);
-        forget_other_process();
+        forget_other_process(process_);
         Waiting* entry = find(owner);
         if (entry == nullptr) entry = find(nullptr);
         if (entry != nullptr) transport_ = std::move(entry->transport);
@@ -82,10 +82,10 @@ TransportLease::~TransportLease() {
     if (transport_ == nullptr) return;
     std::unique_ptr<HttpTransport> displaced, stale;  // closed behind the lock
     const ScopedLock lock(table_lock);
-    forget_other_process();
+    forget_other_process(process_);
     Waiting* entry = place();
     displaced = std::move(entry->transport);
-    *entry = {std::move(transport_), owner_, getpid(), Clock::now()};
+    *entry = {std::move(transport_), owner_, process_, Clock::now()};
     stale = take_stale();
 }
 

@@ -1,6 +1,8 @@
 // Transports that wait for their owner's next request with their connections open.
 #pragma once
 
+#include <sys/types.h>
+
 #include <memory>
 
 #include "platform/http_transport.h"
@@ -24,6 +26,7 @@ public:
 
 private:
     const void* owner_;
+    const pid_t process_;
     std::unique_ptr<HttpTransport> transport_;
 };
 

@@ -40,10 +40,10 @@ struct HttpRequest {
 /// What stands above a response's body.
 struct HttpHead {
     int32_t status = 0;
-    std::vector<HttpField> fields;
+    std::string lines;     ///< "Name: value" with a line's end each, as they came
     std::string location;  ///< where a response of 3xx points to, made absolute; else empty
 
-    /// The first field of that name; empty when there is none.
+    /// The value of the first field of that name, without the blanks around it; empty when there is none.
     [[nodiscard]] std::string_view field(std::string_view name) const noexcept;
 };
 

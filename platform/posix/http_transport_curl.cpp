@@ -66,10 +66,17 @@ void add_header_lines(const HttpRequest& request, LineList& lines) {
         if (is_same_field(field.name, "Content-Length") || is_same_field(field.name, "Transfer-Encoding")) continue;
         lines.add(header_line(field));
     }
-    // The library adds these by itself; waiting for "100 Continue" costs a second with servers that do not know it.
+    if (!request.has_body) return;
+    // The library adds these to a body by itself; waiting for "100 Continue" costs a second with servers that do not
+    // know it.
     for (const char* name : {"Expect", "Content-Type"}) {
         if (!has_field(request.fields, name)) lines.add(std::string(name) + ":");
     }
+}
+
+bool is_encrypted(std::string_view url) {
+    constexpr std::string_view k_scheme = "https:";
+    return is_same_field(url.substr(0, k_scheme.size()), k_scheme);
 }
 
 /// What a response of 3xx points to, seen from the URL that it answers. A text that is no URL stays as it is.
@@ -89,7 +96,8 @@ struct Transfer {
     CURL* easy;
     CURLU* url;
     HttpSink& sink;
-    size_t header_bytes = 0;
+    HttpHead head;
+    size_t header_bytes = 0;  ///< of interim responses too
     bool has_begun = false;
     bool is_stopped = false;  ///< by the sink
     std::string problem;      ///< found on our side
@@ -100,25 +108,15 @@ struct Transfer {
     }
 };
 
-/// The library leaves the line's end in an empty value.
-std::string trimmed(const char* value) {
-    const std::string text = value;
-    const size_t end = text.find_last_not_of(" \t\r\n");
-    return end == std::string::npos ? "" : text.substr(0, end + 1);
-}
-
-HttpHead read_head(const Transfer& transfer) {
-    HttpHead head;
+/// Completes the head when its last line has come.
+void finish_head(Transfer& transfer) {
     long status = 0;
     curl_easy_getinfo(transfer.easy, CURLINFO_RESPONSE_CODE, &status);
+    HttpHead& head = transfer.head;
     head.status = static_cast<int32_t>(status);
-    curl_header* header = nullptr;
-    while ((header = curl_easy_nextheader(transfer.easy, CURLH_HEADER, -1, header)) != nullptr)
-        head.fields.push_back({header->name, trimmed(header->value)});
+    if (status / 100 != 3) return;
     const std::string_view location = head.field("Location");
-    if (status / 100 == 3 && !location.empty())
-        head.location = absolute_location(transfer.url, std::string(location).c_str());
-    return head;
+    if (!location.empty()) head.location = absolute_location(transfer.url, std::string(location).c_str());
 }
 
 /// What the callbacks answer to have the transfer ended.
@@ -132,12 +130,19 @@ size_t take_header_line(char* line, size_t, size_t bytes, void* context) noexcep
             transfer.problem = "The header of the response is too long";
             return k_end_transfer;
         }
+        if (transfer.has_begun) return bytes;  // fields behind a body change nothing any more
         const bool is_end = bytes <= 2 && (line[0] == '\r' || line[0] == '\n');
-        if (!is_end || transfer.has_begun) return bytes;  // fields behind a body change nothing any more
-        const HttpHead head = read_head(transfer);
-        if (head.status / 100 == 1) return bytes;
+        if (!is_end) {
+            transfer.head.lines.append(line, bytes);
+            return bytes;
+        }
+        finish_head(transfer);
+        if (transfer.head.status / 100 == 1) {
+            transfer.head.lines.clear();
+            return bytes;
+        }
         transfer.has_begun = true;
-        return transfer.ask(transfer.sink.begin(head)) ? bytes : k_end_transfer;
+        return transfer.ask(transfer.sink.begin(transfer.head)) ? bytes : k_end_transfer;
     } catch (const std::exception& error) {
         transfer.problem = "Out of memory";
         return k_end_transfer;
@@ -185,18 +190,19 @@ private:
         if (wrong != CURLUE_OK) return {HttpEnd::failed, curl_url_strerror(wrong)};
         LineList lines;
         add_header_lines(request, lines);
-        Transfer transfer{easy_.get(), url.get(), sink, 0, false, false, ""};
-        // Forgets the last call, and with it the number of kept connections that servers had closed: after five in a
-        // handle's life the library would give up. The connections themselves stay.
-        curl_easy_reset(easy_.get());
-        set_constants();
-        trust_authorities_of_environment();
+        Transfer transfer{easy_.get(), url.get(), sink, {}, 0, false, false, ""};
+        if (!is_fresh_) refresh();
+        if (is_encrypted(request.url)) trust_authorities_of_environment();
         set_request(request, transfer, lines);
         return run(transfer, request.idle_limit_ms);
     }
 
-    void set_constants() noexcept {
+    /// The library counts the kept connections that servers had closed, and would give up after five in a handle's
+    /// life. The connections themselves stay.
+    void refresh() noexcept {
         CURL* easy = easy_.get();
+        curl_easy_reset(easy);
+        is_fresh_ = true;
         curl_easy_setopt(easy, CURLOPT_ERRORBUFFER, error_text_);
         curl_easy_setopt(easy, CURLOPT_NOSIGNAL, 1L);
         curl_easy_setopt(easy, CURLOPT_QUICK_EXIT, 1L);  // else the end waits for a name server that never answers
@@ -243,6 +249,8 @@ private:
         if (curl_multi_add_handle(multi_, easy_.get()) != CURLM_OK) throw std::bad_alloc();
         CURLcode code = CURLE_OK;
         const bool has_ended = drive(transfer, idle_limit_ms, code);
+        long connections = 0;
+        is_fresh_ = curl_easy_getinfo(easy_.get(), CURLINFO_NUM_CONNECTS, &connections) == CURLE_OK && connections == 0;
         curl_multi_remove_handle(multi_, easy_.get());
         if (!transfer.problem.empty()) return {HttpEnd::failed, transfer.problem};
         if (transfer.is_stopped) return {HttpEnd::stopped, ""};
@@ -291,6 +299,7 @@ private:
 
     CURLM* multi_;
     std::unique_ptr<CURL, Release> easy_;
+    bool is_fresh_ = false;  ///< as refresh() left it, but for what every request sets
     char error_text_[CURL_ERROR_SIZE] = "";
 };
 

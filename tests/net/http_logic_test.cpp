@@ -124,7 +124,7 @@ TEST_F(HttpLogic, KeepsTheLastResponseUntilTheNextSuccess) {
 }
 
 TEST_F(HttpLogic, TreatsABodyThatIsTooLargeAsNone) {
-    script.head.fields = {{"Content-Length", "4294967296"}};
+    script.head.lines = "content-length:\t4294967296 \r\n";
     script.pieces = {"begun"};
     EXPECT_EQ(http.GetHttpData(url, VL_HTTP_GET, nullptr, 0, nullptr, nullptr), nullptr);
     EXPECT_EQ(http.GetStatusCode(), 200);

@@ -166,7 +166,7 @@ vl_http_transfer Get::transfer_from_part() {
     if (!version.empty() && version.size() < sizeof transfer.version) {
         transfer.offset = part_.bytes();
         transfer.size = part_.origin().size;
-        std::strcpy(transfer.version, version.c_str());
+        std::memcpy(transfer.version, version.c_str(), version.size() + 1);
     }
     return transfer;
 }
