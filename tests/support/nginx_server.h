@@ -25,7 +25,7 @@ public:
         folder_.write("nginx.conf",
                       user +
                           "daemon off;\npid nginx.pid;\nevents { worker_connections 512; }\n"
-                          "http {\nlog_format ranges \"$status $http_range\";\naccess_log off;\nclient_max_body_size "
+                          "http {\naccess_log off;\nclient_max_body_size "
                           "0;\nkeepalive_requests 1000000;\n"
                           "client_body_temp_path body;\nproxy_temp_path proxy;\nfastcgi_temp_path fastcgi;\n"
                           "uwsgi_temp_path uwsgi;\nscgi_temp_path scgi;\nserver {\nroot www;\n" +

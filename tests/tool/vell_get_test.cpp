@@ -3,8 +3,10 @@
 #include <sys/file.h>
 #include <sys/stat.h>
 
+#include <atomic>
 #include <chrono>
 #include <filesystem>
+#include <mutex>
 #include <thread>
 
 #include "digest.h"
@@ -48,11 +50,11 @@ protected:
             text += name + " ";
         return text;
     }
-    /// Starts a download and waits until some of it is on the disk.
-    pid_t start_and_wait_for_data(const std::string& url) const {
+    /// Starts a download and waits until so much of it is on the disk.
+    pid_t start_and_wait_for(uint64_t bytes, const std::string& url) const {
         const pid_t child = start_vell(prints, {"get", url, file});
-        std::error_code error;
-        while (std::filesystem::file_size(file + ".vell-part", error) + 1 < 2)  // -1 while there is none
+        while (std::filesystem::exists(file + ".vell-part") ? std::filesystem::file_size(file + ".vell-part") < bytes
+                                                            : true)
             std::this_thread::sleep_for(std::chrono::milliseconds(2));
         return child;
     }
@@ -114,41 +116,86 @@ TEST_F(VellGet, LeavesTheWholeFileOrSaysWhyNot) {
     EXPECT_EQ(names(), "clip.mov empty ");
 }
 
+/// A file on a server that falls silent in the middle of it.
+struct StallingFile {
+    std::mutex lock;  // guards what follows
+    std::string clip, version, requests;
+    size_t silent_at = 0;
+    LyingServer server{[this](Client& client) { answer(client); }};
+
+    /// What stands behind "name: " in the request; empty when there is none.
+    static std::string field(const std::string& request, const std::string& name) {
+        const size_t at = request.find(name + ": ");
+        if (at == std::string::npos) return "";
+        const size_t from = at + name.size() + 2;
+        return request.substr(from, request.find('\r', from) - from);
+    }
+    void become(const std::string& its_clip, const std::string& its_version, size_t its_silent_at) {
+        const std::lock_guard guard(lock);
+        clip = its_clip;
+        version = its_version;
+        silent_at = its_silent_at;
+    }
+    std::string requests_so_far() {
+        const std::lock_guard guard(lock);
+        return requests;
+    }
+    void answer(Client& client) {
+        std::unique_lock guard(lock);
+        const std::string range = field(client.request(), "Range");
+        const bool is_rest = !range.empty() && field(client.request(), "If-Range") == version;
+        const size_t first = is_rest ? std::stoul(range.substr(range.find('=') + 1)) : 0;
+        requests += is_rest ? "rest " : "all ";
+        std::string head = is_rest ? "HTTP/1.1 206 OK\r\n" : "HTTP/1.1 200 OK\r\n";
+        if (is_rest) {
+            head += "Content-Range: bytes " + std::to_string(first) + "-" + std::to_string(clip.size() - 1) + "/" +
+                    std::to_string(clip.size()) + "\r\n";
+        }
+        const std::string said = head + "ETag: " + version +
+                                 "\r\nContent-Length: " + std::to_string(clip.size() - first) + "\r\n\r\n" +
+                                 clip.substr(first, silent_at - first);
+        const bool stalls = silent_at < clip.size();
+        guard.unlock();
+        client.say(said);
+        if (stalls) client.stall();
+    }
+};
+
 TEST_F(VellGet, GoesOnWhereItWasKilledUnlessTheFileChanged) {
-    const NginxServer server("location = /clip.mov { limit_rate 3m; access_log requests.log ranges; }");
-    const std::string clip = clip_of(5 << 20, 'a'), url = server.url("/clip.mov");
-    server.folder().write("www/clip.mov", clip);
-    pid_t child = start_and_wait_for_data(url);
+    constexpr size_t k_mib = 1 << 20;
+    StallingFile stalling;
+    const std::string url = stalling.server.url();
+    const std::string clip = clip_of(5 * k_mib, 'a'), changed = clip_of(5 * k_mib, 'b');
+    stalling.become(clip, "\"1\"", 2 * k_mib + 77);
+    pid_t child = start_and_wait_for(2 * k_mib, url);
     kill(child, SIGKILL);
     await_vell(prints, child);
     EXPECT_EQ(names(), "clip.mov.vell-part clip.mov.vell-part-origin ");
 
-    child = start_and_wait_for_data(url);
+    stalling.become(clip, "\"1\"", 4 * k_mib + 77);
+    child = start_and_wait_for(4 * k_mib, url);
     EXPECT_EQ(get({url, file}).errors, "vell: " + file + ".vell-part: another download is at work here\n");
     kill(child, SIGINT);
-    RunResult run = await_vell(prints, child);
-    EXPECT_EQ(run.code, 3);
+    EXPECT_EQ(await_vell(prints, child).code, 3);
 
-    run = get({url, file, "--md5", md5_of(clip)});
+    stalling.become(clip, "\"1\"", clip.size());
+    RunResult run = get({url, file, "--md5", md5_of(clip)});
     EXPECT_EQ(run.code, 0) << run.errors;
     EXPECT_TRUE(read_whole_file(file) == clip);
     EXPECT_EQ(names(), "clip.mov ");
-    const std::string requests = read_whole_file(server.folder() / "requests.log");
-    EXPECT_TRUE(requests.starts_with("200 -\n206 bytes=") && requests.find("\n206 bytes=", 6) != std::string::npos)
-        << requests;
+    EXPECT_EQ(stalling.requests_so_far(), "all rest rest ");
 
     std::filesystem::remove(file);
-    child = start_and_wait_for_data(url);
+    stalling.become(clip, "\"1\"", 3 * k_mib);
+    child = start_and_wait_for(2 * k_mib, url);
     kill(child, SIGKILL);
     await_vell(prints, child);
-    const std::string changed = clip_of(5 << 20, 'b');
-    server.folder().write("www/clip.mov", changed);
-    std::filesystem::last_write_time(server.folder() / "www/clip.mov",
-                                     std::filesystem::file_time_type::clock::now() - std::chrono::hours(1));
+    stalling.become(changed, "\"2\"", changed.size());
     run = get({url, file});
     EXPECT_EQ(run.code, 0) << run.errors;
     EXPECT_NE(run.errors.find("the download begins anew"), std::string::npos) << run.errors;
     EXPECT_TRUE(read_whole_file(file) == changed) << "the two files are not glued together";
+    EXPECT_EQ(stalling.requests_so_far(), "all rest rest all all ");
 }
 
 TEST_F(VellGet, IsBesideAnExampleThatWorks) {
@@ -160,20 +207,19 @@ TEST_F(VellGet, IsBesideAnExampleThatWorks) {
 
 TEST_F(VellGet, TriesAgainWhenItIsCut) {
     const std::string clip = clip_of(300'000, 'a');
-    int requests = 0;
-    std::string range;
+    std::atomic<int> requests{0}, rests{0};
     const LyingServer server([&](Client& client) {
         if (++requests == 1) {
             client.say("HTTP/1.1 200 OK\r\nETag: \"1\"\r\nContent-Length: 300000\r\n\r\n" + clip.substr(0, 100'000));
             return;
         }
-        range = client.request().substr(client.request().find("Range:"), 21);
+        rests += client.request().find("Range: bytes=100000-\r") != std::string::npos ? 1 : 0;
         client.say("HTTP/1.1 206 OK\r\nContent-Range: bytes 100000-299999/300000\r\nContent-Length: 200000\r\n\r\n" +
                    clip.substr(100'000));
     });
     const RunResult run = get({server.url(), file});
     EXPECT_EQ(run.code, 0) << run.errors;
-    EXPECT_EQ(range, "Range: bytes=100000-\r");
+    EXPECT_EQ(rests, 1);
     EXPECT_NE(run.errors.find("; trying again\n"), std::string::npos) << run.errors;
     EXPECT_TRUE(read_whole_file(file) == clip);
 }
