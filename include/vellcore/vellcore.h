@@ -32,3 +32,4 @@
 #include "vector.h"
 #include "verified_copy.h"
 #include "volumes.h"
+#include "websocket_client.h"

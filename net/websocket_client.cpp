@@ -1,0 +1,279 @@
+// VlWebSocket: calls that wait, above a connection that completes them on its own.
+//
+// The object's mutex guards its fields and its session. It is not held while the connection is called, and nothing is
+// logged under it. A session is deleted by the thread that took it out of the object, once every call on it has left.
+
+#include "net/websocket_data.h"
+#include "net/websocket_impl.h"
+#include "net/websocket_url.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <cstring>
+#include <new>
+
+#include "platform/lock.h"
+#include "vellcore/auto_lock.h"
+#include "vellcore/message_log.h"
+#include "vellcore/unicode_text.h"
+
+namespace vell {
+namespace {
+
+std::atomic<int64_t> receive_time_out_ms{0};  // 0: none
+
+int64_t steady_ns() noexcept {
+    return std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::steady_clock::now().time_since_epoch())
+        .count();
+}
+
+int64_t receive_deadline_ns() noexcept {
+    constexpr int64_t k_ns_per_ms = 1'000'000;
+    const int64_t limit_ms = receive_time_out_ms.load(std::memory_order_relaxed);
+    return limit_ms == 0 ? 0 : steady_ns() + limit_ms * k_ns_per_ms;
+}
+
+/// Servers refuse surrogates in UTF-8 (RFC 3629, 3), which the library's own texts may hold.
+bool has_surrogates(const char* text) noexcept {
+    constexpr char k_lead = '\xED';
+    for (const char* at = std::strchr(text, k_lead); at != nullptr; at = std::strchr(at + 1, k_lead))
+        if (static_cast<unsigned char>(at[1]) >= 0xA0) return true;
+    return false;
+}
+
+void log_nserror(const char* where, const WebSocketError& error) noexcept {
+    if (!error) return;
+    msgerror("%s: code: %d", where, error.code);
+    msgerror("description: %s", error.description.c_str());
+    if (!error.reason.empty()) msgerror("reason: %s", error.reason.c_str());
+}
+
+}  // namespace
+
+void WebSocketCall::complete(const WebSocketError& error, WebSocketMessage* received) noexcept {
+    log_nserror(name, error);
+    const CancelShield shield;
+    const AutoLock lock(owner.mutex);
+    is_ok = !error;
+    if (is_ok && received != nullptr) message = std::move(*received);
+    try {
+        if (!is_ok) owner.failure = error;
+    } catch (const std::exception&) {
+        owner.failure.close_code = error.close_code;
+    }
+    is_done.store(true, std::memory_order_release);
+    owner.pending = --owner.pending_calls > 0 ? 1 : 0;
+    mp_cond_broadcast(owner.condition);
+}
+
+}  // namespace vell
+
+using vell::WebSocketCall;
+using vell::WebSocketSession;
+
+/// A thread in a public call, which the object outlives.
+class WebSocketImpl::Visit {
+public:
+    explicit Visit(WebSocketImpl& object) noexcept : object_(object) {
+        const AutoLock lock(object_.mutex);
+        ++object_.visitors;
+    }
+    ~Visit() {
+        const AutoLock lock(object_.mutex);
+        --object_.visitors;
+        mp_cond_broadcast(object_.condition);
+    }
+    Visit(const Visit&) = delete;
+    Visit& operator=(const Visit&) = delete;
+
+private:
+    const vell::CancelShield shield_;
+    WebSocketImpl& object_;
+};
+
+WebSocketImpl::WebSocketImpl(vell::WebSocketOpener wanted_opener, const vell::WebSocketLimits& wanted_limits) noexcept
+    : mutex(mp_new_mutex(0)), condition(mp_new_cond_block()), opener(wanted_opener), limits(wanted_limits) {}
+
+WebSocketImpl::~WebSocketImpl() {
+    if (is_usable()) {
+        Disconnect();
+        const vell::CancelShield shield;
+        const AutoLock lock(mutex);
+        while (visitors > 0 && process == getpid())
+            mp_cond_wait(condition, mutex);
+    }
+    mp_delete_cond_block(condition);
+    mp_delete_mutex(mutex);
+}
+
+bool WebSocketImpl::Connect(const char* url) noexcept {
+    if (url == nullptr) return false;
+    const Visit visit(*this);
+    vell::WebSocketRequest request;
+    if (!vell::read_websocket_url(url, request)) return false;
+    end_session();
+    std::unique_ptr<vell::WebSocketConnection> connection = opener(request, limits);
+    if (connection == nullptr) return false;
+    auto* opened = new (std::nothrow) WebSocketSession(*this, std::move(connection));
+    if (opened == nullptr) return false;
+    const AutoLock lock(mutex);
+    process = getpid();
+    failure = {};
+    failure.close_code = 0;
+    session = task = opened;
+    return true;
+}
+
+bool WebSocketImpl::Disconnect() noexcept {
+    const Visit visit(*this);
+    end_session();
+    return true;
+}
+
+void WebSocketImpl::end_session() noexcept {
+    std::unique_ptr<WebSocketSession> ended;
+    {
+        const AutoLock lock(mutex);
+        ended.reset(session);
+        session = task = nullptr;
+    }
+    if (ended == nullptr) return;
+    ended->connection->cancel();
+    const AutoLock lock(mutex);
+    // The calls of a forked child's parent do not leave in the child.
+    while ((ended->users > 0 || !ended->receive.is_done) && process == getpid())
+        mp_cond_wait(condition, mutex);
+    if (process != getpid()) static_cast<void>(ended.release());
+}
+
+bool WebSocketImpl::SetMaxDataSize(unsigned long size) noexcept {
+    const Visit visit(*this);
+    WebSocketSession* const used = enter(nullptr);
+    if (used == nullptr) return false;
+    if (used->connection->max_message() != size) used->connection->set_max_message(size);
+    leave(*used, nullptr, /*has_failed*/ false);
+    return true;
+}
+
+bool WebSocketImpl::SendData(void* bytes, unsigned long size) noexcept {
+    if (bytes == nullptr && size > 0) return false;
+    return send(vell::MessageKind::binary, bytes, size, "WebSocket::SendData");
+}
+
+bool WebSocketImpl::SendText(const char* text) noexcept {
+    if (text == nullptr || vl_utf8_is_valid(text) == 0 || vell::has_surrogates(text)) return false;
+    return send(vell::MessageKind::text, text, std::char_traits<char>::length(text), "WebSocket::SendText");
+}
+
+bool WebSocketImpl::send(vell::MessageKind kind, const void* bytes, size_t size, const char* name) noexcept {
+    const Visit visit(*this);
+    WebSocketSession* const used = enter(&WebSocketSession::is_sending);
+    if (used == nullptr) return false;
+    WebSocketCall call(*this, name);
+    begin(call);
+    used->connection->send(kind, bytes, size, call);
+    static_cast<void>(await(*used, call, /*deadline_ns*/ 0));
+    leave(*used, &WebSocketSession::is_sending, !call.is_ok);
+    return call.is_ok;
+}
+
+bool WebSocketImpl::ReceiveData(VlWebSocketData*& message) noexcept {
+    const Visit visit(*this);
+    const int64_t deadline_ns = vell::receive_deadline_ns();
+    WebSocketSession* const used = enter(&WebSocketSession::is_receiving);
+    if (used == nullptr) return false;
+    WebSocketCall& call = used->receive;
+    if (!std::exchange(used->is_asked, true)) {
+        begin(call);
+        used->connection->receive(call);
+    }
+    const bool is_done = await(*used, call, deadline_ns);
+    VlWebSocketData* received = nullptr;
+    if (is_done && call.is_ok) received = new (std::nothrow) WebSocketData(std::move(call.message));
+    const bool has_failed = is_done && received == nullptr;
+    if (is_done) used->is_asked = false;
+    leave(*used, &WebSocketSession::is_receiving, has_failed);
+    if (received != nullptr) message = received;
+    return received != nullptr;
+}
+
+/// Enters the operation that `is_busy` marks, when the object has a task; waits while another thread is in it.
+WebSocketSession* WebSocketImpl::enter(bool WebSocketSession::*is_busy) noexcept {
+    const AutoLock lock(mutex);
+    while (is_busy != nullptr && task != nullptr && task->*is_busy)
+        mp_cond_wait(condition, mutex);
+    if (task == nullptr) return nullptr;
+    ++task->users;
+    if (is_busy != nullptr) task->*is_busy = true;
+    return task;
+}
+
+void WebSocketImpl::leave(WebSocketSession& used, bool WebSocketSession::*is_busy, bool has_failed) noexcept {
+    const AutoLock lock(mutex);
+    --used.users;
+    if (is_busy != nullptr) used.*is_busy = false;
+    if (has_failed && task == &used) task = nullptr;
+    mp_cond_broadcast(condition);
+}
+
+void WebSocketImpl::begin(WebSocketCall& call) noexcept {
+    const AutoLock lock(mutex);
+    call.is_done.store(false, std::memory_order_relaxed);
+    ++pending_calls;
+    pending = 1;
+}
+
+bool WebSocketImpl::await(WebSocketSession& used, WebSocketCall& call, int64_t deadline_ns) noexcept {
+    used.connection->help_until(call.is_done, deadline_ns);
+    const AutoLock lock(mutex);
+    while (!call.is_done) {
+        const int64_t rest_ns = deadline_ns == 0 ? 0 : deadline_ns - vell::steady_ns();
+        if (deadline_ns == 0) {
+            mp_cond_wait(condition, mutex);
+        } else if (rest_ns <= 0) {
+            return false;
+        } else {
+            mp_cond_timedwait(condition, mutex, rest_ns);
+        }
+    }
+    return true;
+}
+
+VlWebSocket* VlWebSocket::Create() noexcept {
+    const auto open = [](const vell::WebSocketRequest& request, const vell::WebSocketLimits& limits) {
+        return vell::open_websocket(request, limits);
+    };
+    auto* created = new (std::nothrow) WebSocketImpl(open);
+    if (created == nullptr || created->is_usable()) return created;
+    delete created;
+    return nullptr;
+}
+
+void VlWebSocket::Destroy(VlWebSocket* socket) noexcept {
+    delete static_cast<WebSocketImpl*>(socket);
+}
+
+void VlWebSocket::SetReceiveTimeOut(unsigned int milliseconds) noexcept {
+    vell::receive_time_out_ms.store(milliseconds, std::memory_order_relaxed);
+}
+
+int VlWebSocket::GetCloseCode(const VlWebSocket* socket) noexcept {
+    if (socket == nullptr) return 0;
+    const auto* object = static_cast<const WebSocketImpl*>(socket);
+    const AutoLock lock(object->mutex);
+    return object->failure.close_code;
+}
+
+size_t VlWebSocket::GetErrorText(const VlWebSocket* socket, char* text, size_t capacity) noexcept {
+    if (socket == nullptr) return 0;
+    const auto* object = static_cast<const WebSocketImpl*>(socket);
+    const AutoLock lock(object->mutex);
+    const vell::WebSocketError& error = object->failure;
+    const bool has_reason = !error.reason.empty();
+    const int length = std::snprintf(text, capacity, "%s%s%s%s", error.description.c_str(), has_reason ? " (" : "",
+                                     error.reason.c_str(), has_reason ? ")" : "");
+    return static_cast<size_t>(std::max(length, 0));
+}

@@ -1,0 +1,781 @@
+// WebSocket connections over Boost.Beast and OpenSSL. The only file that knows either: their headers take most of a
+// minute to compile.
+//
+// A Link is one connection. Everything in it is touched by the thread that has its turn (work_turn.h), which runs the
+// link's io_context; what other threads ask for is posted to it. Its own thread is detached and owns it: looking up a
+// name cannot be interrupted, and whoever joined that would wait for it.
+//
+// Beast wants every operation of a stream to have ended before the stream goes, so operations are counted.
+
+#include <fcntl.h>
+#include <pthread.h>
+
+#include <algorithm>
+#include <array>
+#include <boost/asio/connect.hpp>
+#include <boost/asio/executor_work_guard.hpp>
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/ip/tcp.hpp>
+#include <boost/asio/post.hpp>
+#include <boost/asio/read_until.hpp>
+#include <boost/asio/ssl/context.hpp>
+#include <boost/asio/ssl/stream.hpp>
+#include <boost/asio/steady_timer.hpp>
+#include <boost/asio/write.hpp>
+#include <boost/beast/http/field.hpp>
+#include <boost/beast/websocket/stream.hpp>
+#include <cerrno>
+#include <csignal>
+#include <limits>
+#include <optional>
+#include <vector>
+
+#include "platform/posix/open_links.h"
+#include "platform/thread_name.h"
+#include "platform/websocket_transport.h"
+
+namespace vell {
+namespace {
+
+namespace net = boost::asio;
+namespace beast = boost::beast;
+namespace websocket = boost::beast::websocket;
+using boost::system::error_code;
+using Tcp = net::ip::tcp;
+using Socket = net::basic_stream_socket<Tcp, net::io_context::executor_type>;
+
+constexpr size_t k_first_max_message = 1 << 20;
+constexpr size_t k_first_piece = 4096;           // bytes read before a message's length is known
+constexpr size_t k_least_growth = 64 * 1024;     // of a message whose length is known
+constexpr size_t k_write_buffer = 64 * 1024;     // masked and written at once
+constexpr size_t k_longest_proxy_answer = 8192;  // bytes
+
+/// Any handler of a read or a write. Beast has dozens of them, and what is below it would be compiled for each.
+class AnyHandler {
+public:
+    template <class Handler>
+    explicit AnyHandler(Handler&& handler)
+        : held_(std::make_unique<Held<std::decay_t<Handler>>>(std::forward<Handler>(handler))) {}
+
+    void operator()(error_code error, size_t count = 0) {
+        HeldBase& held = *held_;
+        held.call(std::move(held_), error, count);
+    }
+
+private:
+    struct HeldBase {
+        virtual ~HeldBase() = default;
+        /// Frees `self`, this object, before the handler runs: it will want memory for the next operation.
+        virtual void call(std::unique_ptr<HeldBase> self, error_code error, size_t count) = 0;
+    };
+    template <class Handler>
+    struct Held final : HeldBase {
+        explicit Held(Handler&& wanted) : handler(std::move(wanted)) {}
+        explicit Held(const Handler& wanted) : handler(wanted) {}
+        void call(std::unique_ptr<HeldBase> self, error_code error, size_t count) override {
+            Handler moved(std::move(handler));
+            self.reset();
+            moved(error, count);
+        }
+        Handler handler;
+    };
+    std::unique_ptr<HeldBase> held_;
+};
+
+/// The bytes of a connection, as they are or through TLS.
+class Pipe {
+public:
+    using executor_type = net::io_context::executor_type;
+
+    explicit Pipe(net::io_context& context) : socket_(context) {}
+
+    executor_type get_executor() noexcept { return socket_.get_executor(); }
+    Socket& socket() { return socket_; }
+    void use_tls(net::ssl::context& context) { tls_ = std::make_unique<net::ssl::stream<Socket&>>(socket_, context); }
+    /// Null for a plain connection.
+    [[nodiscard]] SSL* tls() { return tls_ != nullptr ? tls_->native_handle() : nullptr; }
+
+    template <class Handler>
+    void async_secure(Handler&& handler) {
+        tls_->async_handshake(net::ssl::stream_base::client, AnyHandler(std::forward<Handler>(handler)));
+    }
+    template <class Buffers, class Handler>
+    void async_read_some(const Buffers& buffers, Handler&& handler) {
+        net::mutable_buffer first;
+        for (auto buffer = net::buffer_sequence_begin(buffers); buffer != net::buffer_sequence_end(buffers); ++buffer)
+            if (first.size() == 0) first = *buffer;
+        read_some(first, AnyHandler(std::forward<Handler>(handler)));
+    }
+    template <class Buffers, class Handler>
+    void async_write_some(const Buffers& buffers, Handler&& handler) {
+        Pieces pieces;
+        size_t used = 0;
+        for (auto buffer = net::buffer_sequence_begin(buffers); buffer != net::buffer_sequence_end(buffers); ++buffer)
+            if (net::const_buffer(*buffer).size() > 0 && used < pieces.size()) pieces[used++] = *buffer;
+        write_some(pieces, AnyHandler(std::forward<Handler>(handler)));
+    }
+    /// Ends the connection after the closing handshake: what still comes is read, since closing the socket on unread
+    /// bytes would take back what was sent last.
+    void async_end(AnyHandler handler) {
+        error_code ignored;
+        if (tls_ == nullptr) socket_.shutdown(Socket::shutdown_send, ignored);
+        if (tls_ != nullptr) return tls_->async_shutdown(std::move(handler));
+        drain(std::move(handler));
+    }
+
+    uint64_t bytes_read = 0, bytes_written = 0;
+
+private:
+    using Pieces = std::array<net::const_buffer, 4>;
+
+    /// Counts, and goes on with the handler.
+    auto counted(uint64_t& counter, AnyHandler handler) {
+        return [&counter, handler = std::move(handler)](error_code error, size_t count) mutable {
+            counter += count;
+            handler(error, count);
+        };
+    }
+    void read_some(net::mutable_buffer buffer, AnyHandler handler) {
+        auto then = counted(bytes_read, std::move(handler));
+        tls_ != nullptr ? tls_->async_read_some(buffer, std::move(then))
+                        : socket_.async_read_some(buffer, std::move(then));
+    }
+    void write_some(const Pieces& pieces, AnyHandler handler) {
+        auto then = counted(bytes_written, std::move(handler));
+        tls_ != nullptr ? tls_->async_write_some(pieces, std::move(then))
+                        : socket_.async_write_some(pieces, std::move(then));
+    }
+    void drain(AnyHandler handler) {
+        auto then = [this, handler = std::move(handler)](error_code error, size_t) mutable {
+            if (!error) return drain(std::move(handler));
+            handler(error == net::error::eof ? error_code() : error);
+        };
+        socket_.async_read_some(net::buffer(drained_), std::move(then));
+    }
+
+    Socket socket_;
+    std::unique_ptr<net::ssl::stream<Socket&>> tls_;
+    std::array<char, 4096> drained_{};
+};
+
+// What Beast asks of a stream below it.
+template <class Handler>
+void async_teardown(beast::role_type, Pipe& pipe, Handler&& handler) {
+    pipe.async_end(AnyHandler(std::forward<Handler>(handler)));
+}
+void beast_close_socket(Pipe& pipe) {
+    error_code ignored;
+    pipe.socket().close(ignored);
+}
+
+/// RFC 7617.
+std::string basic_authorization(const std::string& credentials) {
+    std::string text((credentials.size() + 2) / 3 * 4 + 1, '\0');
+    const int length = EVP_EncodeBlock(reinterpret_cast<unsigned char*>(text.data()),
+                                       reinterpret_cast<const unsigned char*>(credentials.data()),
+                                       static_cast<int>(credentials.size()));
+    return "Basic " + text.substr(0, static_cast<size_t>(length));
+}
+
+class Link;
+
+/// Goes on with a link when an operation has ended.
+struct Step {
+    using Next = void (Link::*)(error_code, size_t);
+    Link* link;
+    Next next;
+    void operator()(error_code error, size_t count = 0) const;
+};
+
+WebSocketError error_from(error_code code, std::string reason) {
+    return {code.value(), code.message(), std::move(reason), WebSocketError::k_no_close_frame};
+}
+
+class Link final : public OpenLink {
+public:
+    Link(const WebSocketRequest& request, const WebSocketLimits& limits) : request_(request), limits_(limits) {}
+
+    /// Starts the thread that owns the link from then on. False: the link is still the caller's.
+    [[nodiscard]] bool start() noexcept;
+
+    // For other threads.
+    void post_send(MessageKind kind, const void* bytes, size_t size, WebSocketCompletion& completion) noexcept;
+    void post_receive(WebSocketCompletion& completion) noexcept;
+    void post_cancel() noexcept;
+    void post_max_message(size_t bytes) noexcept;
+    void help_until(const std::atomic<bool>& is_done, int64_t deadline_ns) noexcept;
+    /// The connection's handle goes. The link may be gone when this returns.
+    void leave() noexcept;
+
+    // The connection in steps. The error is what the step before ended with.
+    void on_step_ended() noexcept { --operations_; }
+
+private:
+    enum class State : uint8_t {
+        connecting,
+        open,
+        closing,  ///< the closing handshake is under way; operations fail already
+        closed,   ///< the socket is closed; operations may still be on their way out
+    };
+    struct Send {
+        WebSocketCompletion* completion = nullptr;
+        MessageKind kind{};
+        net::const_buffer bytes;
+    };
+
+    void interrupt() noexcept override { context_.stop(); }
+    void resume() noexcept override { context_.restart(); }
+    static void* thread_entry(void* link) noexcept;
+    void run_as_owner() noexcept;
+    /// Runs handlers until `is_enough()`, or until it is interrupted.
+    template <class Condition>
+    void run_while_not(Condition is_enough) noexcept;
+    template <class Task>
+    void post_or_fail(WebSocketCompletion* completion, Task task) noexcept;
+    Step step(Step::Next next) noexcept {
+        ++operations_;
+        return {this, next};
+    }
+
+    void begin();
+    void prepare_tls();
+    void on_found(error_code error, const Tcp::resolver::results_type& found);
+    void connect_next();
+    void on_connected(error_code error, size_t);
+    void ask_proxy();
+    void on_proxy_asked(error_code error, size_t);
+    void on_proxy_answered(error_code error, size_t);
+    void secure();
+    void on_secured(error_code error, size_t);
+    void upgrade();
+    void on_upgraded(error_code error, size_t);
+    void restart_limit(int64_t limit_ms);
+    void on_limit(error_code error, size_t);
+    void restart_idle();
+    void on_idle(error_code error, size_t);
+    void on_pinged(error_code, size_t) { is_pinging_ = false; }
+
+    void write();
+    void on_written(error_code error, size_t);
+    void read_on();
+    void on_read(error_code error, size_t count);
+    /// Hands out what was read, as far as somebody asks for it.
+    void deliver();
+
+    void fail(WebSocketError error);
+    void fail(error_code error, std::string reason) { fail(error_from(error, std::move(reason))); }
+    void cancel();
+    void close(websocket::close_code code);
+    void on_close_ended(error_code, size_t) { close_socket(); }
+    void close_socket();
+    [[nodiscard]] Pipe& pipe() { return stream_->next_layer(); }
+    void set_timeout(int64_t limit_ms) {
+        stream_->set_option(websocket::stream_base::timeout{std::chrono::milliseconds(limit_ms),
+                                                            websocket::stream_base::none(), /*keep_alive*/ false});
+    }
+    /// Fails operations that the failure is the answer to.
+    void answer();
+    /// Nobody asks any more, and nothing is under way that refers to this object.
+    [[nodiscard]] bool has_ended() const noexcept { return is_left && state_ == State::closed && operations_ == 0; }
+
+    const WebSocketRequest request_;
+    const WebSocketLimits limits_;
+    net::io_context context_{1};
+    const net::executor_work_guard<net::io_context::executor_type> work_ = net::make_work_guard(context_);
+    Tcp::resolver resolver_{context_};
+    net::steady_timer limit_{context_};  // of connecting and of closing
+    net::steady_timer idle_{context_};
+    std::unique_ptr<net::ssl::context> tls_context_;
+    std::optional<websocket::stream<Pipe, /*deflate*/ false>> stream_{context_};
+
+    State state_ = State::connecting;
+    int operations_ = 0;      // whose step has not been called yet
+    WebSocketError failure_;  // what operations fail with
+    std::string doing_;       // the step of connecting that is under way, for people
+    Tcp::resolver::results_type addresses_;
+    Tcp::resolver::results_type::const_iterator next_address_;
+    bool is_trying_address_ = false;
+    std::chrono::steady_clock::time_point connect_end_;
+    std::string proxy_text_;  // what is sent to the proxy, then what it answers
+    websocket::response_type response_;
+
+    Send send_;
+    bool is_writing_ = false;
+    WebSocketCompletion* receiver_ = nullptr;
+    bool is_reading_ = false;
+    WebSocketMessage incoming_;             // the message that is being read
+    bool is_incoming_whole_ = false;        // it waits until `held_` is free
+    std::optional<WebSocketMessage> held_;  // the message that is read ahead
+    size_t max_message_ = k_first_max_message;
+
+    uint64_t bytes_at_last_look_ = 0;
+    bool is_pinging_ = false;         // a ping is being written
+    bool is_answer_awaited_ = false;  // one was written, and no byte came since
+};
+
+void Step::operator()(error_code error, size_t count) const {
+    link->on_step_ended();
+    (link->*next)(error, count);
+}
+
+// ---------------------------------------------------------------------------------------------------------- threads
+
+bool Link::start() noexcept {
+    sigset_t all_signals, callers_signals;
+    sigfillset(&all_signals);
+    pthread_attr_t detached;
+    if (pthread_attr_init(&detached) != 0) return false;
+    pthread_attr_setdetachstate(&detached, PTHREAD_CREATE_DETACHED);
+    bool has_started = false;
+    if (enlist()) {
+        pthread_sigmask(SIG_SETMASK, &all_signals, &callers_signals);
+        pthread_t thread;
+        has_started = pthread_create(&thread, &detached, thread_entry, this) == 0;
+        pthread_sigmask(SIG_SETMASK, &callers_signals, nullptr);
+        if (!has_started) delist();
+    }
+    pthread_attr_destroy(&detached);
+    return has_started;
+}
+
+void* Link::thread_entry(void* link) noexcept {
+    set_system_thread_name("VL_WebSocket");
+    const std::unique_ptr<Link> owned(static_cast<Link*>(link));
+    owned->run_as_owner();
+    owned->stream_.reset();
+    owned->tls_context_.reset();
+    owned->delist();
+    return nullptr;  // the io_context may wait for a name that is still looked up
+}
+
+void Link::run_as_owner() noexcept {
+    // The thread that looks names up inherits this thread's signal mask.
+    try {
+        begin();
+    } catch (const std::exception& exception) {
+        fail({ENOMEM, exception.what(), "connecting", WebSocketError::k_no_close_frame});
+    }
+    while (!has_ended()) {
+        run_while_not([this] { return has_ended(); });
+        if (has_ended()) break;
+        turn.give_back(/*is_awaited*/ false);
+        turn.take_as_owner();
+    }
+    turn.give_back(/*is_awaited*/ false);
+}
+
+template <class Condition>
+void Link::run_while_not(Condition is_enough) noexcept {
+    try {
+        while (!is_enough() && context_.run_one() != 0) {
+        }
+    } catch (const std::exception& exception) {
+        fail({ENOMEM, exception.what(), "", WebSocketError::k_no_close_frame});
+    }
+}
+
+void Link::help_until(const std::atomic<bool>& is_done, int64_t deadline_ns) noexcept {
+    if (!is_of_this_process() || !turn.take_as_caller()) return;
+    if (deadline_ns == 0) {
+        run_while_not([&is_done] { return is_done.load(std::memory_order_relaxed); });
+    } else {
+        const std::chrono::steady_clock::time_point deadline{std::chrono::nanoseconds(deadline_ns)};
+        try {
+            while (!is_done.load(std::memory_order_relaxed) && context_.run_one_until(deadline) != 0) {
+            }
+        } catch (const std::exception& exception) {
+            fail({ENOMEM, exception.what(), "", WebSocketError::k_no_close_frame});
+        }
+    }
+    turn.give_back(receiver_ != nullptr || send_.completion != nullptr);
+}
+
+template <class Task>
+void Link::post_or_fail(WebSocketCompletion* completion, Task task) noexcept {
+    try {
+        if (is_of_this_process()) {
+            net::post(context_, std::move(task));
+            return;
+        }
+        if (completion != nullptr)
+            completion->complete({EPERM, "The connection is another process's", "after fork", 0}, nullptr);
+    } catch (const std::exception& exception) {
+        if (completion != nullptr) completion->complete({ENOMEM, exception.what(), "", 0}, nullptr);
+    }
+}
+
+void Link::post_send(MessageKind kind, const void* bytes, size_t size, WebSocketCompletion& completion) noexcept {
+    post_or_fail(&completion, [this, kind, bytes, size, &completion] {
+        send_ = {&completion, kind, net::const_buffer(bytes, size)};
+        write();
+    });
+}
+
+void Link::post_receive(WebSocketCompletion& completion) noexcept {
+    post_or_fail(&completion, [this, &completion] {
+        receiver_ = &completion;
+        deliver();
+    });
+}
+
+void Link::post_cancel() noexcept {
+    post_or_fail(nullptr, [this] { cancel(); });
+}
+
+void Link::post_max_message(size_t bytes) noexcept {
+    post_or_fail(nullptr, [this, bytes] {
+        max_message_ = bytes;
+        deliver();
+    });
+}
+
+void Link::leave() noexcept {
+    if (!is_of_this_process() || !turn.take_as_caller()) return;  // it stays as it is until the process ends
+    try {
+        cancel();
+    } catch (const std::exception&) {
+        close_socket();
+    }
+    is_left = true;
+    turn.give_back(/*is_awaited*/ true);
+}
+
+// ------------------------------------------------------------------------------------------------------- connecting
+
+void Link::begin() {
+    connect_end_ = std::chrono::steady_clock::now() + std::chrono::milliseconds(limits_.handshake_ms);
+    if (request_.is_secure) prepare_tls();
+    const bool has_proxy = !request_.proxy_host.empty();
+    const std::string& host = has_proxy ? request_.proxy_host : request_.host;
+    doing_ = "looking up " + host;
+    restart_limit(limits_.handshake_ms);
+    resolver_.async_resolve(host, has_proxy ? request_.proxy_port : request_.port,
+                            [this](error_code error, const Tcp::resolver::results_type& found) {
+                                if (state_ == State::connecting) on_found(error, found);
+                            });
+}
+
+void Link::prepare_tls() {
+    tls_context_ = std::make_unique<net::ssl::context>(net::ssl::context::tls_client);
+    SSL_CTX_set_min_proto_version(tls_context_->native_handle(), TLS1_2_VERSION);
+    error_code no_store;  // shows as a certificate that cannot be verified
+    tls_context_->set_default_verify_paths(no_store);
+    tls_context_->set_verify_mode(net::ssl::verify_peer);
+    pipe().use_tls(*tls_context_);
+    error_code is_name;
+    net::ip::make_address(request_.host, is_name);
+    if (is_name) {
+        SSL_ctrl(pipe().tls(), SSL_CTRL_SET_TLSEXT_HOSTNAME, TLSEXT_NAMETYPE_host_name,
+                 const_cast<char*>(request_.host.c_str()));
+        SSL_set1_host(pipe().tls(), request_.host.c_str());
+    } else {
+        X509_VERIFY_PARAM_set1_ip_asc(SSL_get0_param(pipe().tls()), request_.host.c_str());
+    }
+}
+
+void Link::on_found(error_code error, const Tcp::resolver::results_type& found) {
+    if (error) return fail(error, doing_);
+    addresses_ = found;
+    next_address_ = addresses_.begin();
+    connect_next();
+}
+
+/// Tries the next address. Each gets its part of the time that is left, so that a silent one does not take all.
+void Link::connect_next() {
+    const Tcp::endpoint address = next_address_->endpoint();
+    const auto untried = std::distance(next_address_, Tcp::resolver::results_type::const_iterator(addresses_.end()));
+    ++next_address_;
+    doing_ = "connecting to " + address.address().to_string() + " port " + std::to_string(address.port());
+    auto& socket = pipe().socket();
+    error_code error;
+    socket.close(error);
+    socket.open(address.protocol(), error);
+    if (error) return fail(error, doing_);
+    fcntl(socket.native_handle(), F_SETFD, FD_CLOEXEC);
+    const auto rest = connect_end_ - std::chrono::steady_clock::now();
+    restart_limit(std::chrono::duration_cast<std::chrono::milliseconds>(rest).count() / untried);
+    is_trying_address_ = true;
+    socket.async_connect(address, step(&Link::on_connected));
+}
+
+void Link::on_connected(error_code error, size_t) {
+    is_trying_address_ = false;
+    if (state_ != State::connecting) return;
+    if (error && next_address_ != addresses_.end()) return connect_next();
+    if (error) return fail(error == net::error::operation_aborted ? net::error::timed_out : error, doing_);
+    const auto rest = connect_end_ - std::chrono::steady_clock::now();
+    restart_limit(std::chrono::duration_cast<std::chrono::milliseconds>(rest).count());
+    error_code ignored;
+    pipe().socket().set_option(Tcp::no_delay(true), ignored);
+    request_.proxy_host.empty() ? secure() : ask_proxy();
+}
+
+/// Asks for a tunnel (RFC 9110, 9.3.6).
+void Link::ask_proxy() {
+    const bool is_ipv6 = request_.host.find(':') != std::string::npos;
+    const std::string server = (is_ipv6 ? "[" + request_.host + "]" : request_.host) + ":" + request_.port;
+    doing_ = "asking the proxy for " + server;
+    proxy_text_ = "CONNECT " + server + " HTTP/1.1\r\nHost: " + server + "\r\n";
+    if (!request_.proxy_credentials.empty())
+        proxy_text_ += "Proxy-Authorization: " + basic_authorization(request_.proxy_credentials) + "\r\n";
+    proxy_text_ += "\r\n";
+    net::async_write(pipe().socket(), net::buffer(proxy_text_), step(&Link::on_proxy_asked));
+}
+
+void Link::on_proxy_asked(error_code error, size_t) {
+    if (state_ != State::connecting) return;
+    if (error) return fail(error, doing_);
+    proxy_text_.clear();
+    net::async_read_until(pipe().socket(), net::dynamic_buffer(proxy_text_, k_longest_proxy_answer), "\r\n\r\n",
+                          step(&Link::on_proxy_answered));
+}
+
+void Link::on_proxy_answered(error_code error, size_t) {
+    if (state_ != State::connecting) return;
+    if (error) return fail(error, doing_);
+    constexpr size_t k_version_length = 9;  // "HTTP/1.1 "
+    const std::string status = proxy_text_.substr(0, proxy_text_.find("\r\n"));
+    if (status.rfind("HTTP/1.", 0) != 0 || status.substr(std::min(k_version_length, status.size()), 1) != "2")
+        return fail(
+            {ECONNREFUSED, "The proxy refused the tunnel", doing_ + ": " + status, WebSocketError::k_no_close_frame});
+    secure();
+}
+
+void Link::secure() {
+    if (!request_.is_secure) return upgrade();
+    doing_ = "TLS handshake with " + request_.host;
+    pipe().async_secure(step(&Link::on_secured));
+}
+
+void Link::on_secured(error_code error, size_t) {
+    if (state_ != State::connecting) return;
+    if (!error) return upgrade();
+    const long verdict = SSL_get_verify_result(pipe().tls());
+    if (verdict != X509_V_OK) doing_ += std::string(": ") + X509_verify_cert_error_string(verdict);
+    fail(error, doing_);
+}
+
+void Link::upgrade() {
+    doing_ = "WebSocket handshake with " + request_.host;
+    set_timeout(limits_.handshake_ms);
+    stream_->auto_fragment(false);
+    stream_->write_buffer_bytes(k_write_buffer);
+    stream_->read_message_max(0);  // there is a limit of our own
+    stream_->set_option(websocket::stream_base::decorator([this](websocket::request_type& header) {
+        if (request_.credentials.empty()) return;
+        header.set(beast::http::field::authorization, basic_authorization(request_.credentials));
+    }));
+    stream_->async_handshake(response_, request_.authority, request_.target, step(&Link::on_upgraded));
+}
+
+void Link::on_upgraded(error_code error, size_t) {
+    if (state_ != State::connecting) return;
+    if (error == websocket::error::upgrade_declined) {
+        const std::string status = std::to_string(response_.result_int()) + " " + std::string(response_.reason());
+        return fail({static_cast<int>(response_.result_int()), error.message(), doing_ + ": HTTP status " + status,
+                     WebSocketError::k_no_close_frame});
+    }
+    if (error) return fail(error, doing_);
+    state_ = State::open;
+    limit_.cancel();
+    set_timeout(limits_.close_ms);
+    restart_idle();
+    read_on();
+    write();
+}
+
+void Link::restart_limit(int64_t limit_ms) {
+    limit_.expires_after(std::chrono::milliseconds(limit_ms));
+    limit_.async_wait(step(&Link::on_limit));
+}
+
+void Link::on_limit(error_code error, size_t) {
+    if (error || state_ == State::open || limit_.expiry() > std::chrono::steady_clock::now()) return;
+    if (state_ == State::connecting && is_trying_address_) {
+        error_code ignored;
+        pipe().socket().close(ignored);  // on_connected goes on
+    } else {
+        fail(net::error::timed_out, doing_);
+    }
+}
+
+// ------------------------------------------------------------------------------------------------- sending, receiving
+
+void Link::write() {
+    if (send_.completion == nullptr || is_writing_) return;
+    if (failure_) return answer();
+    if (state_ != State::open) return;
+    is_writing_ = true;
+    stream_->text(send_.kind == MessageKind::text);
+    stream_->async_write(send_.bytes, step(&Link::on_written));
+}
+
+void Link::on_written(error_code error, size_t) {
+    is_writing_ = false;
+    WebSocketCompletion* const completion = std::exchange(send_.completion, nullptr);
+    if (error) fail(error, "sending");
+    completion->complete(error ? failure_ : WebSocketError(), nullptr);
+}
+
+void Link::read_on() {
+    const size_t size = incoming_.bytes.size();
+    const bool is_looking_ahead = held_.has_value();
+    if (state_ != State::open || is_reading_ || is_incoming_whole_ || size > max_message_) return;
+    if (is_looking_ahead && size > 0) return;
+    // The length that a frame claims is not taken at its word: room grows with what has come.
+    size_t room = k_first_piece;
+    if (size > 0) room = std::min(stream_->read_size_hint(k_first_piece), std::max(size, k_least_growth));
+    room = std::min(room - 1, max_message_ - size) + 1;
+    char* const begin = incoming_.bytes.prepare(room);
+    if (begin == nullptr) return fail(net::error::no_memory, "receiving");
+    is_reading_ = true;
+    stream_->async_read_some(net::mutable_buffer(begin, room), step(&Link::on_read));
+}
+
+void Link::on_read(error_code error, size_t count) {
+    is_reading_ = false;
+    if (state_ == State::closing) return;
+    if (error == websocket::error::closed) {
+        const websocket::close_reason& reason = stream_->reason();
+        fail({reason.code, error.message(), std::string(reason.reason.data(), reason.reason.size()), reason.code});
+    } else if (error) {
+        fail(error, "receiving");
+    } else {
+        incoming_.bytes.commit(count);
+        incoming_.kind = stream_->got_text() ? MessageKind::text : MessageKind::binary;
+        is_incoming_whole_ = stream_->is_message_done();
+        deliver();
+    }
+}
+
+void Link::deliver() {
+    const auto hold = [this] {
+        if (!is_incoming_whole_ || held_.has_value() || incoming_.bytes.size() > max_message_) return;
+        held_ = std::exchange(incoming_, {});
+        is_incoming_whole_ = false;
+    };
+    hold();
+    if (receiver_ != nullptr && held_.has_value()) {
+        WebSocketMessage message = std::move(*held_);
+        held_.reset();
+        hold();
+        std::exchange(receiver_, nullptr)->complete({}, &message);
+    } else if (receiver_ != nullptr && incoming_.bytes.size() > max_message_ && !failure_) {
+        failure_ = error_from(net::error::message_size,
+                              "receiving more than " + std::to_string(max_message_) + " bytes in one message");
+        is_writing_ ? close_socket() : close(websocket::close_code::too_big);
+    }
+    if (failure_) return answer();
+    read_on();
+}
+
+/// Looks whether the server is still there. While the host lets messages wait, nothing can be heard of it.
+void Link::on_idle(error_code error, size_t) {
+    if (error || state_ != State::open) return;
+    const uint64_t bytes = pipe().bytes_read + (is_writing_ ? pipe().bytes_written : 0);
+    if (std::exchange(bytes_at_last_look_, bytes) != bytes || (!is_reading_ && !is_writing_)) {
+        is_answer_awaited_ = false;
+    } else if (is_answer_awaited_) {
+        return fail(net::error::timed_out, "no answer to a ping");
+    } else {
+        is_answer_awaited_ = true;
+        if (!is_pinging_) {
+            is_pinging_ = true;
+            stream_->async_ping({}, step(&Link::on_pinged));
+        }
+    }
+    restart_idle();
+}
+
+void Link::restart_idle() {
+    idle_.expires_after(std::chrono::milliseconds(limits_.idle_ms));
+    idle_.async_wait(step(&Link::on_idle));
+}
+
+// -------------------------------------------------------------------------------------------------------------- ends
+
+void Link::fail(WebSocketError error) {
+    if (!failure_) failure_ = std::move(error);
+    close_socket();
+    deliver();
+}
+
+void Link::answer() {
+    if (receiver_ != nullptr && !held_.has_value()) std::exchange(receiver_, nullptr)->complete(failure_, nullptr);
+    if (send_.completion != nullptr && !is_writing_)
+        std::exchange(send_.completion, nullptr)->complete(failure_, nullptr);
+}
+
+void Link::cancel() {
+    if (!failure_) failure_ = error_from(net::error::operation_aborted, "");
+    held_.reset();
+    is_incoming_whole_ = false;
+    if (state_ == State::open && !is_writing_) {
+        close(websocket::close_code::normal);
+    } else if (state_ != State::closing) {
+        close_socket();
+    }
+    answer();
+}
+
+void Link::close(websocket::close_code code) {
+    state_ = State::closing;
+    idle_.cancel();
+    restart_limit(limits_.close_ms);
+    stream_->async_close(code, step(&Link::on_close_ended));
+}
+
+void Link::close_socket() {
+    state_ = State::closed;
+    limit_.cancel();
+    idle_.cancel();
+    resolver_.cancel();
+    beast_close_socket(pipe());
+}
+
+/// The host's end of a connection.
+class LinkHandle final : public WebSocketConnection {
+public:
+    explicit LinkHandle(Link& link) noexcept : link_(link) {}
+    ~LinkHandle() override { link_.leave(); }
+    LinkHandle(const LinkHandle&) = delete;
+    LinkHandle& operator=(const LinkHandle&) = delete;
+
+    void send(MessageKind kind, const void* bytes, size_t size, WebSocketCompletion& completion) noexcept override {
+        link_.post_send(kind, bytes, size, completion);
+    }
+    void receive(WebSocketCompletion& completion) noexcept override { link_.post_receive(completion); }
+    void cancel() noexcept override { link_.post_cancel(); }
+    size_t max_message() const noexcept override { return max_message_.load(std::memory_order_relaxed); }
+    void set_max_message(size_t bytes) noexcept override {
+        max_message_.store(bytes, std::memory_order_relaxed);
+        link_.post_max_message(bytes);
+    }
+    void help_until(const std::atomic<bool>& is_done, int64_t deadline_ns) noexcept override {
+        link_.help_until(is_done, deadline_ns);
+    }
+
+private:
+    Link& link_;
+    std::atomic<size_t> max_message_{k_first_max_message};
+};
+
+}  // namespace
+
+std::unique_ptr<WebSocketConnection> open_websocket(const WebSocketRequest& request,
+                                                    const WebSocketLimits& limits) noexcept {
+    try {
+        OPENSSL_init_ssl(0, nullptr);  // before the list of links: what is prepared first is torn down last
+        auto link = std::make_unique<Link>(request, limits);
+        auto handle = std::make_unique<LinkHandle>(*link);
+        if (link->start()) {
+            static_cast<void>(link.release());  // the thread's
+            return handle;
+        }
+        static_cast<void>(handle.release());
+    } catch (const std::exception&) {
+    }
+    return nullptr;
+}
+
+}  // namespace vell
