@@ -90,7 +90,8 @@ bool is_printable_ascii(const char* text) {
 }
 
 bool read_url(const char* text, WebSocketRequest& request) {
-    if (!is_printable_ascii(text)) return false;
+    // The parser would take the path for the host.
+    if (!is_printable_ascii(text) || std::string_view(text).find(":///") != std::string_view::npos) return false;
     const Url url(text, CURLU_NON_SUPPORT_SCHEME);
     const std::string scheme = url.part(CURLUPART_SCHEME);
     const std::string port = url.part(CURLUPART_PORT);

@@ -637,7 +637,8 @@ void Link::on_read(error_code error, size_t count) {
     if (state_ == State::closing) return;
     if (error == websocket::error::closed) {
         const websocket::close_reason& reason = stream_->reason();
-        fail({reason.code, error.message(), std::string(reason.reason.data(), reason.reason.size()), reason.code});
+        fail({reason.code, "The server closed the connection with code " + std::to_string(reason.code),
+              std::string(reason.reason.data(), reason.reason.size()), reason.code});
     } else if (error) {
         fail(error, "receiving");
     } else {

@@ -1,5 +1,6 @@
 // What VlWebSocket makes of a connection's answers, with a connection that answers as the test says.
 
+#include <cstring>
 #include <deque>
 #include <mutex>
 #include <thread>

@@ -28,6 +28,8 @@ async def kinds(socket):
     await socket.send(["frag", "men", "", "ts"])
     await socket.send([b"\x01", b"\x00"])
     await socket.send("zero\0inside")
+    if socket.path != "/kinds/close":
+        await socket.wait_closed()
 
 
 async def pings(socket):
@@ -82,7 +84,7 @@ async def tell(socket):
 
 
 async def serve(socket):
-    await globals()[socket.path.split("/")[1]](socket)
+    await globals()[socket.path.split("?")[0].split("/")[1]](socket)
 
 
 async def answer_http(path, request_headers):

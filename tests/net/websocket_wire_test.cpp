@@ -118,7 +118,10 @@ TEST(WebSocketWire, FramesThatBreakTheRulesEndTheConnection) {
         {"a close code that is not sent", "\x88\x02\x03\xED"s, ""},
         {"a length of 2 to the 63rd", "\x82\x7F\x80\0\0\0\0\0\0\0x"s, ""},
         {"a length that never comes", "\x82\x7F\0\0\0\xFF\0\0\0\0x"s, ""},
-        {"the end inside a frame", "\x81\x05ab"s, ""},
+        {"the end inside a frame",
+         "\x81\x05"
+         "ab"s,
+         ""},
         {"the end inside a header", "\x81"s, ""},
         {"the end without a closing handshake", "\x81\x02ok\x89\x00"s, "text: ok"},
         {"a normal end behind a message", "\x81\x02ok\x88\x02\x03\xE8"s, "text: ok"},

@@ -84,6 +84,7 @@ void describe_program(CLI::App& app, Invocation& invocation) {
     describe_doctor(program);
     describe_ls(program);
     describe_get(program);
+    describe_listen(program);
 }
 
 /// The command that the parser was at, and what it is called with those above it.

@@ -89,5 +89,6 @@ void describe_clip(Arguments& program);
 void describe_doctor(Arguments& program);
 void describe_ls(Arguments& program);
 void describe_get(Arguments& program);
+void describe_listen(Arguments& program);
 
 }  // namespace tool

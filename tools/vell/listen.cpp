@@ -57,7 +57,7 @@ std::string plain_line(const VlWebSocketData& message, bool is_for_terminal) {
     const std::string_view bytes = content(message);
     if (message.GetType() == VL_WEBSOCKET_TEXT) return is_for_terminal ? printable_name(bytes) : std::string(bytes);
     const std::string shown = hex(bytes.substr(0, k_shown_bytes), " ");
-    return formatted(tr("listen", "binary, %llu bytes: %s"), number(bytes.size()), shown.c_str()) +
+    return formatted(tr("report", "binary, %llu bytes: %s"), number(bytes.size()), shown.c_str()) +
            (bytes.size() > k_shown_bytes ? " ..." : "");
 }
 
@@ -69,13 +69,7 @@ bool is_clean_end(int close_code) {
 [[noreturn]] void fail(const VlWebSocket* socket, const std::string& url) {
     std::string text(VlWebSocket::GetErrorText(socket, nullptr, 0), '\0');
     VlWebSocket::GetErrorText(socket, text.data(), text.size() + 1);
-    const int code = VlWebSocket::GetCloseCode(socket);
-    constexpr int k_lost = 1006;
-    throw Failure{k_exit_no_connection,
-                  printable_name(url) + ": " +
-                      (code == k_lost ? printable_name(text)
-                                      : formatted(tr("problem", "the server closed the connection with code %d: %s"),
-                                                  code, printable_name(text).c_str()))};
+    throw Failure{k_exit_no_connection, printable_name(url) + ": " + printable_name(text)};
 }
 
 }  // namespace
