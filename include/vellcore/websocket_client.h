@@ -90,7 +90,7 @@ public:
     /// @param size   bytes.
     /// @return  false without a task, for null bytes with a size, and when the connection has failed. Only the last is
     ///          logged, and leaves no task.
-    /// @waits   while the server takes nothing, as long as it answers pings.
+    /// @waits   while the server takes nothing; 40 seconds to a minute without a byte either way end the connection.
     virtual bool SendData(void* bytes, unsigned long size) noexcept = 0;
 
     /// Sends a text message. @param text  UTF-8; null and invalid UTF-8 give false, with nothing logged.

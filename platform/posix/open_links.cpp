@@ -68,7 +68,7 @@ void OpenLinks::end_all() noexcept {
     while (has_goodbyes() && one_left_.wait_for(lock_, k_goodbye_ns)) {
     }
     for (OpenLink* link = first_; link != nullptr; link = link->next_)
-        if (link->is_of_this_process()) link->turn.freeze(k_step_ns);
+        if (link->is_of_this_process() && link->turn.freeze(k_step_ns)) link->abandon();
 }
 
 bool OpenLink::enlist() noexcept {

@@ -11,7 +11,7 @@ namespace vell {
 /// A connection as long as its thread runs.
 ///
 /// exit() runs while threads go on, and takes the TLS library's state down under them. So before that, connections that
-/// say goodbye get a moment for it, and then nobody gets a turn any more.
+/// say goodbye get a moment for it, and then the rest fail and nobody gets a turn any more.
 class OpenLink : public InterruptibleWork {
 public:
     OpenLink() noexcept : turn(*this) {}
@@ -26,6 +26,9 @@ public:
 
     /// False in a forked child: its copy of the connection has no thread, and the socket is its parent's.
     [[nodiscard]] bool is_of_this_process() const noexcept { return process_ == getpid(); }
+
+    /// Fails everything that is under way. The turn is frozen, and nobody has it.
+    virtual void abandon() noexcept = 0;
 
     WorkTurn turn;
     std::atomic<bool> is_left{false};  ///< its owner has gone: what it still does is its goodbye

@@ -204,6 +204,7 @@ public:
     void post_cancel() noexcept;
     void post_max_message(size_t bytes) noexcept;
     void help_until(const std::atomic<bool>& is_done, int64_t deadline_ns) noexcept;
+    void abandon() noexcept override;
     /// The connection's handle goes. The link may be gone when this returns.
     void leave() noexcept;
 
@@ -393,14 +394,16 @@ void Link::help_until(const std::atomic<bool>& is_done, int64_t deadline_ns) noe
 template <class Task>
 void Link::post_or_fail(WebSocketCompletion* completion, Task task) noexcept {
     try {
-        if (is_of_this_process()) {
+        if (is_of_this_process() && !turn.is_frozen()) {
             net::post(context_, std::move(task));
             return;
         }
         if (completion != nullptr)
-            completion->complete({EPERM, "The connection is another process's", "after fork", 0}, nullptr);
+            completion->complete(error_from(net::error::operation_aborted, "the process exits, or has forked"),
+                                 nullptr);
     } catch (const std::exception& exception) {
-        if (completion != nullptr) completion->complete({ENOMEM, exception.what(), "", 0}, nullptr);
+        if (completion != nullptr)
+            completion->complete({ENOMEM, exception.what(), "", WebSocketError::k_no_close_frame}, nullptr);
     }
 }
 
@@ -427,6 +430,15 @@ void Link::post_max_message(size_t bytes) noexcept {
         max_message_ = bytes;
         deliver();
     });
+}
+
+void Link::abandon() noexcept {
+    try {
+        fail(net::error::operation_aborted, "the process exits");
+        context_.restart();
+        context_.poll();               // what was asked for and not yet begun
+    } catch (const std::exception&) {  // the process exits anyway
+    }
 }
 
 void Link::leave() noexcept {

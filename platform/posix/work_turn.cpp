@@ -55,7 +55,7 @@ void WorkTurn::give_back(bool is_awaited) noexcept {
     if (is_owner_asleep_ || is_awaited) owner_may_look_.signal();
 }
 
-void WorkTurn::freeze(int64_t limit_ns) noexcept {
+bool WorkTurn::freeze(int64_t limit_ns) noexcept {
     const ScopedLock lock(lock_);
     is_frozen_.store(true, std::memory_order_relaxed);
     if (holder_ != Holder::nobody) work_.interrupt();
@@ -63,6 +63,7 @@ void WorkTurn::freeze(int64_t limit_ns) noexcept {
     for (int64_t rest_ns = limit_ns; holder_ != Holder::nobody && rest_ns > 0; rest_ns = end_ns - now_ns())
         given_back_.wait_for(lock_, rest_ns);
     given_back_.broadcast();
+    return holder_ == Holder::nobody;
 }
 
 }  // namespace vell

@@ -39,8 +39,9 @@ public:
     /// Gives the turn back. @param is_awaited  the own thread takes over at once.
     void give_back(bool is_awaited) noexcept;
 
-    /// Nobody gets the turn any more. Waits until nobody has it, at most `limit_ns` nanoseconds.
-    void freeze(int64_t limit_ns) noexcept;
+    /// Nobody gets the turn any more. Waits until nobody has it: false when somebody still has after `limit_ns`
+    /// nanoseconds.
+    [[nodiscard]] bool freeze(int64_t limit_ns) noexcept;
     [[nodiscard]] bool is_frozen() const noexcept { return is_frozen_.load(std::memory_order_relaxed); }
 
 private:

@@ -4,6 +4,7 @@ usage: websocket_server.py [CERTIFICATE KEY]      (with TLS when given)
 """
 import asyncio
 import ctypes
+import http
 import signal
 import ssl
 import sys
@@ -89,7 +90,7 @@ async def serve(socket):
 
 async def answer_http(path, request_headers):
     if path == "/missing":
-        return 404, [], b"nothing here\n"
+        return http.HTTPStatus.NOT_FOUND, [], b"nothing here\n"
     return None
 
 

@@ -152,8 +152,8 @@ TEST(WebSocket, AServerThatDiesOrFreezesEndsTheCall) {
 
 TEST(WebSocket, AnIdleServerThatAnswersPingsIsKept) {
     const PythonServer server;
-    Client client(server.url("/echo"), {.handshake_ms = 20'000, .close_ms = 1000, .idle_ms = 20});
-    VlWebSocket::SetReceiveTimeOut(300);
+    Client client(server.url("/echo"), {.handshake_ms = 20'000, .close_ms = 1000, .idle_ms = 300});
+    VlWebSocket::SetReceiveTimeOut(1000);
     EXPECT_EQ(client.receive(), "failed");
     VlWebSocket::SetReceiveTimeOut(0);
     EXPECT_EQ(client.close_code(), 0);
@@ -326,6 +326,23 @@ TEST(WebSocket, TheProcessMayExitAndForkWithOpenConnections) {
                   }).detach();
               }),
               0);
+    static struct AtExit {
+        ~AtExit() {
+            if (client == nullptr) return;
+            delete client;
+            waiting.join();
+        }
+        Client* client = nullptr;
+        std::thread waiting;
+    } at_exit;
+    EXPECT_EQ(ends_with([&] {
+                  at_exit.client = open_one();
+                  at_exit.client->receive();
+                  at_exit.waiting = std::thread([] { at_exit.client->receive(); });
+                  usleep(20'000);  // either order must do
+              }),
+              0)
+        << "what a host destroys last";
     EXPECT_EQ(ends_with([&] {
                   vl_fast_initialize(nullptr, /*allocate_heaps*/ false);
                   open_one()->receive();
