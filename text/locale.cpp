@@ -9,12 +9,17 @@
 #include <boost/locale/localization_backend.hpp>
 #include <boost/locale/message.hpp>
 #include <exception>
+#include <fstream>
+#include <iterator>
 #include <locale>
 #include <map>
+#include <stdexcept>
 #include <string>
 
 #include "platform/lock.h"
+#include "text/message_catalog.h"
 #include "vellcore/desktop_shell.h"
+#include "vellcore/file_operations.h"
 #include "vellcore/language.h"
 
 namespace vell {
@@ -47,9 +52,31 @@ std::string describe(const std::locale& locale) {
     return name;
 }
 
+/// The catalog that a locale's messages would come from; empty when there is none.
+std::string catalog_of(const Locales& all, const std::locale& locale) VELL_REQUIRES(all.lock) {
+    const auto& facts = std::use_facet<boost::locale::info>(locale);
+    const std::string country = facts.country().empty() ? "" : "_" + facts.country();
+    const std::string variant = facts.variant().empty() ? "" : "@" + facts.variant();
+    for (const std::string& behind : {country + variant, variant, country, std::string()}) {
+        std::string path = all.messages_path + "/" + facts.language() + behind + "/LC_MESSAGES/" + all.domain + ".mo";
+        if (file_exists(path.c_str())) return path;
+    }
+    return "";
+}
+
+/// Refuses a name whose catalog is damaged, which a lookup would read far outside.
+void check_catalog(const Locales& all, const std::string& name) VELL_REQUIRES(all.lock) {
+    const std::string path = catalog_of(all, boost::locale::generator()(name));
+    if (path.empty()) return;
+    std::ifstream file(path, std::ios::binary);
+    const std::string catalog{std::istreambuf_iterator<char>(file), {}};
+    if (!is_sound_catalog(catalog)) throw std::runtime_error("damaged catalog");
+}
+
 /// The locale of that name, made when it is wanted for the first time.
 const KeptLocale& find_or_make(Locales& all, const std::string& name) VELL_REQUIRES(all.lock) {
     if (const auto found = all.present.find(name); found != all.present.end()) return *found->second;
+    check_catalog(all, name);
     boost::locale::generator generator;
     generator.add_messages_path(all.messages_path);
     generator.add_messages_domain(all.domain);
