@@ -7,7 +7,8 @@ messages=$(mktemp)
 trap 'rm -f "$messages"' EXIT
 ./messages.sh >"$messages"
 for catalog in *.po; do
-  msgmerge --quiet --no-fuzzy-matching --no-location --no-wrap "$catalog" "$messages" | msgattrib --no-obsolete --no-wrap -o "$catalog.new"
+  msgmerge --quiet --no-fuzzy-matching --no-location --no-wrap "$catalog" "$messages" |
+    msgattrib --no-obsolete --no-wrap | sed '/^"POT-Creation-Date:/d; /^"Report-Msgid-Bugs-To:/d' >"$catalog.new"
   mv "$catalog.new" "$catalog"
   echo "$catalog: $(msgattrib --untranslated --no-obsolete "$catalog" | grep -c '^msgctxt' || true) untranslated"
 done

@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <utility>
 
+#include "format_directives.h"
 #include "run_vell.h"
 #include "screen.h"
 #include "text_columns.h"
@@ -122,8 +123,12 @@ TEST(VellLanguage, IsEnglishWhereTheCatalogsAreOfNoUse) {
     EXPECT_EQ(help_of(program, {"LANG=de_DE"}), "Aufruf:") << "as it is installed";
     std::filesystem::create_symlink(program, link);
     EXPECT_EQ(help_of(link, {"LANG=de_DE"}), "Aufruf:") << "by a link";
-    for (const std::string& damaged :
-         {std::string(), std::string("no catalog"), whole.substr(0, 20), std::string(200, '\xFF')}) {
+    std::string far_off = whole, no_end = whole, bad_hash = whole;
+    far_off.replace(far_off.find('\xDE') + 12, 4, "\xFF\xFF\xFF\x7F");  // where the messages' table begins
+    no_end.back() = 'x';
+    bad_hash.replace(20, 4, std::string("\2\0\0\0", 4));
+    for (const std::string& damaged : {std::string(), std::string("no catalog"), whole.substr(0, 20),
+                                       std::string(200, '\xFF'), far_off, no_end, bad_hash}) {
         folder.write(catalog, damaged);
         EXPECT_EQ(help_of(program, {"LANG=de_DE"}), "Usage:") << damaged.size() << " bytes";
     }
@@ -140,6 +145,29 @@ size_t columns_by_system(const std::string& text) {
     const size_t length = std::mbstowcs(wide.data(), text.c_str(), wide.size());
     EXPECT_NE(length, static_cast<size_t>(-1)) << text;
     return static_cast<size_t>(wcswidth(wide.data(), length));
+}
+
+TEST(VellLanguage, TakesNoFormatThatWantsOtherArguments) {
+    const struct {
+        const char* format;
+        const char* translation;
+        bool is_same;
+    } rows[] = {{"%s of %llu", "%s von %llu", true},
+                {"%s of %llu", "%2$llu: %1$-10s", true},
+                {"%5.1f %% of %s", "%.3f %% %s", true},
+                {"%s of %llu", "%llu von %s", false},
+                {"%s of %llu", "%s", false},
+                {"%s", "%s %s", false},
+                {"%s", "%n", false},
+                {"%s", "%*s", false},
+                {"%s", "%99$s", false},
+                {"%s", "%0$s", false},
+                {"%s", "100 %", false},
+                {"%u", "%lu", false},
+                {"%s", "", false},
+                {"%d %%", "%d %", false}};
+    for (const auto& row : rows)
+        EXPECT_EQ(tool::take_same_arguments(row.format, row.translation), row.is_same) << row.translation;
 }
 
 TEST(VellLanguage, CountsColumns) {

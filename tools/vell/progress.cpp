@@ -65,12 +65,14 @@ void Progress::draw() {
     const double rate = static_cast<double>(done_) / std::max(seconds(), 1e-9);
     const auto percent = static_cast<unsigned>(done_ * 100 / std::max<size_t>(frame_count_, 1));
     const double left = rate > 0 ? static_cast<double>(frame_count_ - done_) / rate : 0;
-    const std::string line = formatted(tr("progress", "%llu/%llu frames  %u %%  %.1f frames/s  %.0f s left"),
-                                       number(done_), number(frame_count_), percent, rate, left);
+    std::string line = formatted(tr("progress", "%llu/%llu frames  %u %%  %.1f frames/s  %.0f s left"), number(done_),
+                                 number(frame_count_), percent, rate, left);
     // A line that is wrapped cannot be drawn over.
-    const std::string_view drawn = start_within(line, Screen::columns() - 1);
-    std::fprintf(stderr, "\r%s", padded(drawn, drawn_columns_).c_str());
-    drawn_columns_ = columns_of(drawn);
+    const size_t room = Screen::columns() - 1;
+    if (columns_of(line) > room) line = formatted(tr("progress", "%u %%  %.0f s left"), percent, left);
+    line = start_within(line, room);
+    std::fprintf(stderr, "\r%s", padded(line, drawn_columns_).c_str());
+    drawn_columns_ = columns_of(line);
     std::fflush(stderr);
 }
 
@@ -79,7 +81,8 @@ void Progress::erase() {
     drawn_columns_ = 0;
 }
 
-void print_statistics(const Progress& progress, const StoreCounts& counts, uint64_t heap_bytes) {
+void print_statistics(Progress& progress, const StoreCounts& counts, uint64_t heap_bytes) {
+    progress.erase();
     const double seconds = progress.seconds();
     const double rate = static_cast<double>(progress.done()) / std::max(seconds, 1e-9);
     LabelledLines lines;

@@ -17,12 +17,12 @@ public:
     Progress& operator=(const Progress&) = delete;
 
     void frames_done(size_t count);
+    void erase();
     [[nodiscard]] double seconds() const;
     [[nodiscard]] size_t done() const { return done_; }
 
 private:
     void draw();
-    void erase();
 
     size_t frame_count_;
     size_t done_ = 0;
@@ -32,7 +32,7 @@ private:
     std::chrono::steady_clock::time_point next_drawing_;
 };
 
-/// Writes what --stats asks for to the standard error stream.
-void print_statistics(const Progress& progress, const StoreCounts& counts, uint64_t heap_bytes);
+/// Writes what --stats asks for to the standard error stream, in the place of the progress line.
+void print_statistics(Progress& progress, const StoreCounts& counts, uint64_t heap_bytes);
 
 }  // namespace tool

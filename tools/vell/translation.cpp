@@ -5,10 +5,12 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <string_view>
 #include <vector>
 
+#include "format_directives.h"
 #include "vellcore/language.h"
 
 namespace tool {
@@ -93,7 +95,10 @@ void choose_language(const std::string& program) {
 }
 
 const char* tr(const char* context, const char* text) {
-    return vl_pgettext(context, text);
+    const char* translation = vl_pgettext(context, text);
+    // A catalog is a file like any other: what it says is not trusted to be a format for our arguments.
+    const bool is_format = std::strchr(text, '%') != nullptr;
+    return is_format && translation != text && !take_same_arguments(text, translation) ? text : translation;
 }
 
 std::string formatted(const char* format, ...) {
