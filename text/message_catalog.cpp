@@ -62,8 +62,9 @@ bool is_sound_catalog(std::string_view catalog) noexcept {
     // The second hash of a table divides by its size less two.
     constexpr uint64_t k_smallest_hash_table = 3;
     const bool has_usable_hash = hash_size == 0 || hash_size >= k_smallest_hash_table;
-    return has_usable_hash && reader.has_texts(messages, count) && reader.has_texts(translations, count) &&
-           reader.has_numbers(hash_table, hash_size, count);
+    // The first message is the header, which is read without a look at the count.
+    return count >= 1 && has_usable_hash && reader.has_texts(messages, count) &&
+           reader.has_texts(translations, count) && reader.has_numbers(hash_table, hash_size, count);
 }
 
 }  // namespace vell
