@@ -75,7 +75,7 @@ void drop_fields(HttpRequest& request, const char* const (&names)[Count]) {
 
 /// RFC 9110, 15.4, as browsers read it: only a POST changes after 301 and 302.
 void redirect(HttpRequest& request, int32_t status, const std::string& location) {
-    constexpr const char* k_secrets[] = {"Authorization", "Cookie", "Proxy-Authorization"};
+    constexpr const char* k_of_host[] = {"Authorization", "Cookie", "Host", "Proxy-Authorization"};
     constexpr const char* k_about_body[] = {"Content-Type", "Content-Encoding", "Content-Language", "Content-Location"};
     const bool is_post = std::strcmp(request.method, "POST") == 0;
     if (status == 303 || (is_post && (status == 301 || status == 302))) {
@@ -83,7 +83,7 @@ void redirect(HttpRequest& request, int32_t status, const std::string& location)
         request.has_body = false;
         drop_fields(request, k_about_body);
     }
-    if (origin_of(location) != origin_of(request.url)) drop_fields(request, k_secrets);
+    if (origin_of(location) != origin_of(request.url)) drop_fields(request, k_of_host);
     request.url = location;
 }
 

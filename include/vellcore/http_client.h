@@ -11,8 +11,8 @@
 // come from the environment (http_proxy, https_proxy, all_proxy, no_proxy). Nothing is cached, no cookies are kept.
 //
 // Redirects are followed, at most 20 in a row, to http and https only: 303, and 301 and 302 of a POST, go on as GET
-// without a body; all others repeat the request. A header of the caller's that names a user (Authorization, Cookie)
-// does not go on to another host.
+// without a body; all others repeat the request. A header of the caller's that is meant for one host (Authorization,
+// Cookie, Host) does not go on to another.
 //
 // Calls wait until the response is whole, and work without vl_initialize. Connections are kept between the requests of
 // an object for its next one.

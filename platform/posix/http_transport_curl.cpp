@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <new>
@@ -215,8 +214,6 @@ private:
         curl_easy_setopt(easy, CURLOPT_BUFFERSIZE, k_receive_bytes);
         curl_easy_setopt(easy, CURLOPT_HEADERFUNCTION, take_header_line);
         curl_easy_setopt(easy, CURLOPT_WRITEFUNCTION, take_body);
-        // Else the library's own limit of five minutes holds for connecting.
-        curl_easy_setopt(easy, CURLOPT_CONNECTTIMEOUT_MS, long{INT_MAX});
     }
 
     /// The system's folder of authorities stays in force beside the file.
@@ -232,6 +229,8 @@ private:
         curl_easy_setopt(easy, CURLOPT_CURLU, transfer.url);
         curl_easy_setopt(easy, CURLOPT_HTTPHEADER, lines.get());
         curl_easy_setopt(easy, CURLOPT_ACCEPT_ENCODING, request.unpacks ? "gzip, deflate" : nullptr);
+        // Of this time the library leaves each of a host's addresses its share.
+        curl_easy_setopt(easy, CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(request.idle_limit_ms));
         if (request.has_body) {
             curl_easy_setopt(easy, CURLOPT_POST, 1L);
             curl_easy_setopt(easy, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(request.body_bytes));

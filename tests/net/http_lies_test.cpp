@@ -4,6 +4,7 @@
 #include <chrono>
 #include <cstring>
 #include <string>
+#include <vector>
 
 #include "support/lying_server.h"
 #include "vellcore/http_client.h"
@@ -140,6 +141,23 @@ TEST(LyingServers, ThatFallSilentAreLeftAfterTheTimeOut) {
         const std::string status = said.ends_with("ab") ? "200 " : "0 ";
         EXPECT_EQ(ask(server.url(), k_limit_ms), status + "! Timed out: nothing came for 0.150 seconds") << said;
     }
+}
+
+TEST(LyingServers, ThatDoNotPickUpAreLeftAfterTheTimeOut) {
+    const LoopbackPort port(SOCK_CLOEXEC, /*backlog*/ 0);
+    sockaddr_in address{};
+    socklen_t length = sizeof address;
+    getsockname(port.socket_number(), reinterpret_cast<sockaddr*>(&address), &length);
+    std::vector<int> waiting;  // fill the queue: the system answers no further connection
+    for (int i = 0; i < 4; ++i) {
+        waiting.push_back(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+        connect(waiting.back(), reinterpret_cast<sockaddr*>(&address), length);
+    }
+    const std::string answer = ask("http://127.0.0.1:" + port.number() + "/", /*limit_ms*/ 150);
+    EXPECT_EQ(answer.substr(0, 4), "0 ! ");
+    EXPECT_NE(answer.find("150"), std::string::npos) << answer;
+    for (const int each : waiting)
+        close(each);
 }
 
 TEST(LyingServers, ThatAreSlowButAliveAreHeard) {

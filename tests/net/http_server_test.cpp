@@ -38,6 +38,7 @@ const std::string k_locations = R"(
     location = /303 { return 303 /sent; }
     location = /307 { return 307 /sent; }
     location = /elsewhere { return 302 http://localhost:$server_port/sent; }
+    location = /elsewhere-too { return 302 http://localhost:$server_port/proxied; }
     location = /refresh { add_header Refresh "0; url=/sent"; return 200 "stay"; }
 )";
 
@@ -135,6 +136,11 @@ TEST_F(HttpServer, FollowsRedirects) {
     EXPECT_EQ(ask(server.url("/elsewhere"), VL_HTTP_PUT, "body", "Authorization:me"),
               "200 PUT||4||||no-cache|gzip, deflate|VellCore/1.0.0")
         << "another host is not told who the user is";
+}
+
+TEST_F(HttpServer, IsAskedUnderTheNameThatTheCallerWrote) {
+    EXPECT_EQ(ask(server.url("/proxied"), VL_HTTP_PUT, "", "Host:gantry"), "200 gantry/proxied");
+    EXPECT_EQ(ask(server.url("/elsewhere-too"), VL_HTTP_PUT, "", "Host:gantry"), "200 localhost/proxied");
 }
 
 TEST(HttpEncryption, TrustsTheRightCertificateForTheRightHostOnly) {

@@ -16,14 +16,14 @@
 /// A listening socket.
 class LoopbackPort {
 public:
-    explicit LoopbackPort(int flags = SOCK_CLOEXEC) : socket_(socket(AF_INET, SOCK_STREAM | flags, 0)) {
+    explicit LoopbackPort(int flags = SOCK_CLOEXEC, int backlog = 128)
+        : socket_(socket(AF_INET, SOCK_STREAM | flags, 0)) {
         sockaddr_in address{};
         address.sin_family = AF_INET;
         address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
         socklen_t length = sizeof address;
         auto* generic = reinterpret_cast<sockaddr*>(&address);
-        constexpr int k_backlog = 128;
-        if (bind(socket_, generic, length) == 0 && listen(socket_, k_backlog) == 0 &&
+        if (bind(socket_, generic, length) == 0 && listen(socket_, backlog) == 0 &&
             getsockname(socket_, generic, &length) == 0)
             port_ = ntohs(address.sin_port);
     }

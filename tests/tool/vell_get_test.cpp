@@ -224,6 +224,21 @@ TEST_F(VellGet, TriesAgainWhenItIsCut) {
     EXPECT_TRUE(read_whole_file(file) == clip);
 }
 
+TEST_F(VellGet, KeepsWhatTheVolumeTook) {
+    const NginxServer server("");
+    const std::string clip = clip_of(4 << 20, 'a'), url = server.url("/clip.mov");
+    server.folder().write("www/clip.mov", clip);
+    // A file may not grow beyond 2.5 MiB: the third block is written in part.
+    const std::string command =
+        "trap '' XFSZ; ulimit -f 2560; exec " VELL_PROGRAM " get " + url + " " + file + " 2>" + (prints / "errors");
+    const int status = std::system(("bash -c \"" + command + "\"").c_str());
+    EXPECT_EQ(WEXITSTATUS(status), 1);
+    EXPECT_NE(read_whole_file(prints / "errors").find("clip.mov.vell-part: "), std::string::npos);
+    EXPECT_EQ(std::filesystem::file_size(file + ".vell-part"), 2560U * 1024);
+    EXPECT_EQ(get({url, file, "--md5", md5_of(clip)}).code, 0);
+    EXPECT_TRUE(read_whole_file(file) == clip);
+}
+
 TEST_F(VellGet, TellsOfAFullVolumeBeforeItLoads) {
     const LyingServer server([](Client& client) {
         client.say("HTTP/1.1 200 OK\r\nETag: \"1\"\r\nContent-Length: 9000000000000000000\r\n\r\n");
