@@ -154,8 +154,10 @@ TEST(LyingServers, ThatDoNotPickUpAreLeftAfterTheTimeOut) {
         connect(waiting.back(), reinterpret_cast<sockaddr*>(&address), length);
     }
     const std::string answer = ask("http://127.0.0.1:" + port.number() + "/", /*limit_ms*/ 150);
-    EXPECT_EQ(answer.substr(0, 4), "0 ! ");
-    EXPECT_NE(answer.find("150"), std::string::npos) << answer;
+    // The transport's own watch or ours, whichever looks first.
+    EXPECT_TRUE(answer.find("Timeout was reached") != std::string::npos ||
+                answer.find("Timed out") != std::string::npos)
+        << answer;
     for (const int each : waiting)
         close(each);
 }
