@@ -158,6 +158,21 @@ size_t take_body(char* data, size_t, size_t bytes, void* context) noexcept {
     }
 }
 
+/// The handle is the loop's to the end of the scope.
+class UnderWay {
+public:
+    UnderWay(CURLM* multi, CURL* easy) : multi_(multi), easy_(easy) {
+        if (curl_multi_add_handle(multi, easy) != CURLM_OK) throw std::bad_alloc();
+    }
+    ~UnderWay() { curl_multi_remove_handle(multi_, easy_); }
+    UnderWay(const UnderWay&) = delete;
+    UnderWay& operator=(const UnderWay&) = delete;
+
+private:
+    CURLM* multi_;
+    CURL* easy_;
+};
+
 class CurlTransport final : public HttpTransport {
 public:
     CurlTransport() noexcept : multi_(curl_multi_init()), easy_(curl_easy_init()) {
@@ -245,12 +260,15 @@ private:
 
     HttpResult run(Transfer& transfer, int64_t idle_limit_ms) {
         error_text_[0] = '\0';
-        if (curl_multi_add_handle(multi_, easy_.get()) != CURLM_OK) throw std::bad_alloc();
+        is_fresh_ = false;
         CURLcode code = CURLE_OK;
-        const bool has_ended = drive(transfer, idle_limit_ms, code);
+        bool has_ended = false;
+        {
+            const UnderWay under_way(multi_, easy_.get());
+            has_ended = drive(transfer, idle_limit_ms, code);
+        }
         long connections = 0;
         is_fresh_ = curl_easy_getinfo(easy_.get(), CURLINFO_NUM_CONNECTS, &connections) == CURLE_OK && connections == 0;
-        curl_multi_remove_handle(multi_, easy_.get());
         if (!transfer.problem.empty()) return {HttpEnd::failed, transfer.problem};
         if (transfer.is_stopped) return {HttpEnd::stopped, ""};
         // The library takes a connection that closes between two fields for an empty response.
