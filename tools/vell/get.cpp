@@ -196,9 +196,11 @@ void Get::download() {
                           shown_url(options_.url) + ": " +
                               formatted(tr("problem", "the server answers with status %d"), transfer.status)};
         }
-        if (!was_cut || repeats == k_repeats)
-            throw Failure{k_exit_other, shown_url(options_.url) + ": " + transfer.error_text};
-        note(shown_url(options_.url) + ": " + transfer.error_text + "; " + tr("problem", "trying again"));
+        // The reason is the transport's, which knows no language but English.
+        const std::string problem =
+            shown_url(options_.url) + ": " + formatted(tr("problem", "the download failed: %s"), transfer.error_text);
+        if (!was_cut || repeats == k_repeats) throw Failure{k_exit_other, problem};
+        note(problem + "; " + tr("problem", "trying again"));
         pause(repeats++);
     }
 }

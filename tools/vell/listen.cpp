@@ -69,7 +69,10 @@ bool is_clean_end(int close_code) {
 [[noreturn]] void fail(const VlWebSocket* socket, const std::string& url) {
     std::string text(VlWebSocket::GetErrorText(socket, nullptr, 0), '\0');
     VlWebSocket::GetErrorText(socket, text.data(), text.size() + 1);
-    throw Failure{k_exit_no_connection, printable_name(url) + ": " + printable_name(text)};
+    // The reason is the transport's, which knows no language but English.
+    throw Failure{k_exit_no_connection,
+                  printable_name(url) + ": " +
+                      formatted(tr("problem", "the connection failed: %s"), printable_name(text).c_str())};
 }
 
 }  // namespace
