@@ -54,7 +54,7 @@ constexpr size_t k_longest_proxy_answer = 8192;  // bytes
 class AnyHandler {
 public:
     template <class Handler>
-    explicit AnyHandler(Handler&& handler)
+    requires(!std::is_same_v<std::decay_t<Handler>, AnyHandler>) explicit AnyHandler(Handler&& handler)
         : held_(std::make_unique<Held<std::decay_t<Handler>>>(std::forward<Handler>(handler))) {}
 
     void operator()(error_code error, size_t count = 0) {
