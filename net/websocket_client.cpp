@@ -146,7 +146,6 @@ void WebSocketImpl::end_session() noexcept {
     // The calls of a forked child's parent do not leave in the child.
     while ((ended->users > 0 || !ended->receive.is_done) && process == getpid())
         mp_cond_wait(condition, mutex);
-    if (process != getpid()) static_cast<void>(ended.release());
 }
 
 bool WebSocketImpl::SetMaxDataSize(unsigned long size) noexcept {

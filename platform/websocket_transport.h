@@ -78,6 +78,14 @@ public:
         size_ += count;
         data_[size_] = '\0';
     }
+    /// Gives back what was prepared for nothing, if that is most of it: hosts may keep many small messages.
+    void trim() noexcept {
+        if (size_ >= capacity_ / 2) return;
+        if (void* smaller = std::realloc(data_, size_ + 1); smaller != nullptr) {
+            data_ = static_cast<char*>(smaller);
+            capacity_ = size_;
+        }
+    }
 
 private:
     char* data_ = nullptr;

@@ -65,8 +65,9 @@ bool OpenLinks::has_goodbyes() const noexcept {
 void OpenLinks::end_all() noexcept {
     const ScopedLock lock(lock_);
     is_exiting_ = true;
-    while (has_goodbyes() && one_left_.wait_for(lock_, k_goodbye_ns)) {
-    }
+    const int64_t end_ns = now_ns() + k_goodbye_ns;
+    for (int64_t rest_ns = k_goodbye_ns; rest_ns > 0 && has_goodbyes(); rest_ns = end_ns - now_ns())
+        one_left_.wait_for(lock_, rest_ns);
     for (OpenLink* link = first_; link != nullptr; link = link->next_)
         if (link->is_of_this_process() && link->turn.freeze(k_step_ns)) link->abandon();
 }

@@ -21,7 +21,7 @@ public:
 
     /// Puts it on the list. False while the process exits.
     [[nodiscard]] bool enlist() noexcept;
-    /// Takes it off the list. Does not return when the process exits meanwhile and has frozen the turn.
+    /// Takes it off the list; waits while exit() walks through it.
     void delist() noexcept;
 
     /// False in a forked child: its copy of the connection has no thread, and the socket is its parent's.

@@ -227,6 +227,7 @@ private:
     void interrupt() noexcept override { context_.stop(); }
     void resume() noexcept override { context_.restart(); }
     static void* thread_entry(void* link) noexcept;
+    /// Works until the end. Leaves with the turn.
     void run_as_owner() noexcept;
     /// Runs handlers until `is_enough()`, or until it is interrupted.
     template <class Condition>
@@ -345,6 +346,8 @@ void* Link::thread_entry(void* link) noexcept {
     owned->run_as_owner();
     owned->stream_.reset();
     owned->tls_context_.reset();
+    OPENSSL_thread_stop();  // before the turn goes back: exit() may take OpenSSL apart then
+    owned->turn.give_back(/*is_awaited*/ false);
     owned->delist();
     return nullptr;  // the io_context may wait for a name that is still looked up
 }
@@ -362,7 +365,6 @@ void Link::run_as_owner() noexcept {
         turn.give_back(/*is_awaited*/ false);
         turn.take_as_owner();
     }
-    turn.give_back(/*is_awaited*/ false);
 }
 
 template <class Condition>
@@ -433,6 +435,7 @@ void Link::post_max_message(size_t bytes) noexcept {
 }
 
 void Link::abandon() noexcept {
+    if (!stream_.has_value()) return;  // it has ended already
     try {
         fail(net::error::operation_aborted, "the process exits");
         context_.restart();
@@ -657,6 +660,7 @@ void Link::on_read(error_code error, size_t count) {
         incoming_.bytes.commit(count);
         incoming_.kind = stream_->got_text() ? MessageKind::text : MessageKind::binary;
         is_incoming_whole_ = stream_->is_message_done();
+        if (is_incoming_whole_) incoming_.bytes.trim();
         deliver();
     }
 }

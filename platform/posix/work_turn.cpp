@@ -7,13 +7,13 @@ namespace {
 
 constexpr int64_t k_grace_ns = 5'000'000;  // for the next caller to come
 
+}  // namespace
+
 int64_t now_ns() noexcept {
     timespec now{};
     clock_gettime(CLOCK_MONOTONIC, &now);
     return int64_t{now.tv_sec} * 1'000'000'000 + now.tv_nsec;
 }
-
-}  // namespace
 
 void WorkTurn::take_as_owner() noexcept {
     const ScopedLock lock(lock_);

@@ -42,11 +42,9 @@ public:
     }
     void cancel() noexcept override {
         const std::lock_guard lock(lock_);
+        is_cancelled_ = true;
         for (vell::WebSocketCompletion* completion : waiting_)
-            threads_.emplace_back([completion] {
-                std::this_thread::yield();
-                completion->complete({125, "Operation canceled", "", 1006}, nullptr);
-            });
+            complete_cancelled(*completion);
         waiting_.clear();
     }
     /// Completes the receive that waits.
@@ -69,6 +67,12 @@ public:
     void help_until(const std::atomic<bool>&, int64_t) noexcept override {}
 
 private:
+    void complete_cancelled(vell::WebSocketCompletion& completion) {
+        threads_.emplace_back([&completion] {
+            std::this_thread::yield();
+            completion.complete({125, "Operation canceled", "", 1006}, nullptr);
+        });
+    }
     static void finish(vell::WebSocketCompletion& completion, bool is_receive, const std::string& text,
                        const vell::WebSocketError& error) {
         vell::WebSocketMessage message;
@@ -79,6 +83,7 @@ private:
     }
     void answer(vell::WebSocketCompletion& completion, bool is_receive) {
         const std::lock_guard lock(lock_);
+        if (is_cancelled_) return complete_cancelled(completion);
         if (script.answer == Script::Answer::never_but_cancelled) return waiting_.push_back(&completion);
         const auto now = [&completion, is_receive, text = script.text, error = script.error] {
             finish(completion, is_receive, text, error);
@@ -92,6 +97,7 @@ private:
     std::mutex lock_;
     std::vector<std::thread> threads_;
     std::deque<vell::WebSocketCompletion*> waiting_;
+    bool is_cancelled_ = false;
     size_t limit_ = 1 << 20;
 };
 

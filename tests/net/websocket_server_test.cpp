@@ -310,12 +310,12 @@ int ends_with(const std::function<void()>& body) {
 }
 
 TEST(WebSocket, TheProcessMayExitAndForkWithOpenConnections) {
-    const TemporaryFolder folder;
     const PythonServer server;
+    static Client* client_at_exit = nullptr;
     const auto open_one = [&server] {
-        auto* client = new Client(server.url("/echo"));
-        client->socket->SendText("x");
-        return client;
+        client_at_exit = new Client(server.url("/echo"));
+        client_at_exit->socket->SendText("x");
+        return client_at_exit;
     };
     EXPECT_EQ(ends_with([&] { open_one(); }), 0);
     EXPECT_EQ(ends_with([&] { open_one()->receive(); }), 0);
