@@ -54,8 +54,7 @@ constexpr size_t k_longest_proxy_answer = 8192;  // bytes
 class AnyHandler {
 public:
     template <class Handler>
-    requires(!std::is_same_v<std::decay_t<Handler>, AnyHandler>) explicit AnyHandler(Handler&& handler)
-        : held_(std::make_unique<Held<std::decay_t<Handler>>>(std::forward<Handler>(handler))) {}
+    explicit AnyHandler(Handler handler) : held_(std::make_unique<Held<Handler>>(std::move(handler))) {}
 
     void operator()(error_code error, size_t count = 0) {
         HeldBase& held = *held_;
@@ -71,7 +70,6 @@ private:
     template <class Handler>
     struct Held final : HeldBase {
         explicit Held(Handler&& wanted) : handler(std::move(wanted)) {}
-        explicit Held(const Handler& wanted) : handler(wanted) {}
         void call(std::unique_ptr<HeldBase> self, error_code error, size_t count) override {
             Handler moved(std::move(handler));
             self.reset();
