@@ -91,7 +91,7 @@ bool vl_http_socket::send(const char* url, int32_t type, const char* body, int b
             request.has_body = true;
         }
         const vell::TransportLease lease(this);
-        if (lease.get() == nullptr) return fail("Out of memory");
+        if (lease.get() == nullptr) return fail(vell::k_no_transport);
         vell::MemorySink sink;
         const vell::ExchangeResult result = vell::exchange(*lease.get(), std::move(request), sink);
         if (result.status != 0) status = result.status;

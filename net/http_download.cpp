@@ -152,7 +152,7 @@ int32_t download(vl_http_transfer& transfer) {
         if (const char* problem = add_header(request, transfer.header)) return fail(transfer, problem);
     }
     const TransportLease lease(nullptr);
-    if (lease.get() == nullptr) return fail(transfer, "Out of memory");
+    if (lease.get() == nullptr) return fail(transfer, k_no_transport);
     for (bool asks_for_rest = transfer.offset > 0 && transfer.version[0] != '\0';; asks_for_rest = false) {
         HttpRequest wanted = request;
         if (asks_for_rest) ask_for_rest(transfer, wanted);

@@ -9,6 +9,8 @@
 
 namespace vell {
 
+inline constexpr const char* k_no_transport = "Out of memory, or libcurl is not installed";
+
 /// A transport for one request.
 ///
 /// The public client has no room for one, so the transports wait in a table, known by their owner's address. An owner
@@ -21,7 +23,7 @@ public:
     TransportLease(const TransportLease&) = delete;
     TransportLease& operator=(const TransportLease&) = delete;
 
-    /// Null when memory is short.
+    /// Null when memory is short, or the system has no transport: k_no_transport is what to say then.
     [[nodiscard]] HttpTransport* get() const noexcept { return transport_.get(); }
 
 private:

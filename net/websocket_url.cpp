@@ -2,21 +2,24 @@
 
 #include "net/websocket_url.h"
 
-#include <curl/curl.h>
 #include <strings.h>
 
 #include <algorithm>
 #include <string_view>
+
+#include "platform/curl_library.h"
 
 namespace vell {
 namespace {
 
 class Url {
 public:
-    Url(const char* text, unsigned flags) : url_(curl_url()) {
-        is_good_ = url_ != nullptr && curl_url_set(url_, CURLUPART_URL, text, flags) == CURLUE_OK;
+    Url(const char* text, unsigned flags) : url_(load_curl() ? curl.url() : nullptr) {
+        is_good_ = url_ != nullptr && curl.url_set(url_, CURLUPART_URL, text, flags) == CURLUE_OK;
     }
-    ~Url() { curl_url_cleanup(url_); }
+    ~Url() {
+        if (url_ != nullptr) curl.url_cleanup(url_);
+    }
     Url(const Url&) = delete;
     Url& operator=(const Url&) = delete;
 
@@ -24,9 +27,9 @@ public:
     /// Empty when the URL does not have the part.
     [[nodiscard]] std::string part(CURLUPart which, unsigned flags = 0) const {
         char* text = nullptr;
-        if (!is_good_ || curl_url_get(url_, which, &text, flags) != CURLUE_OK) return "";
+        if (!is_good_ || curl.url_get(url_, which, &text, flags) != CURLUE_OK) return "";
         std::string result = text;
-        curl_free(text);
+        curl.free(text);
         return result;
     }
     /// Without the brackets of an IPv6 address.

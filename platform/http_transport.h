@@ -77,8 +77,8 @@ public:
     [[nodiscard]] virtual HttpResult send(const HttpRequest& request, HttpSink& sink) noexcept = 0;
 };
 
-/// Makes a transport; null when memory is short. The system's own until a test puts another one here, which it does
-/// before the first request.
+/// Makes a transport; null when memory is short or libcurl is not installed. The system's own until a test puts another
+/// one here, which it does before the first request.
 extern std::unique_ptr<HttpTransport> (*make_http_transport)() noexcept;
 
 }  // namespace vell

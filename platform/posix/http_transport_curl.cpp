@@ -1,14 +1,13 @@
 // HTTP through libcurl's multi interface, which is the one that lets us keep the time: the limits of the simple
 // interface count whole seconds and end transfers that are slow but alive.
 
-#include <curl/curl.h>
-
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <new>
 
+#include "platform/curl_library.h"
 #include "platform/http_transport.h"
 #include "platform/lock.h"
 
@@ -22,9 +21,9 @@ constexpr int64_t k_question_ms = 100;  // between two questions whether to go o
 constexpr const char* k_protocols = "http,https";
 
 struct Release {
-    void operator()(CURL* handle) const noexcept { curl_easy_cleanup(handle); }
-    void operator()(CURLU* url) const noexcept { curl_url_cleanup(url); }
-    void operator()(char* text) const noexcept { curl_free(text); }
+    void operator()(CURL* handle) const noexcept { curl.easy_cleanup(handle); }
+    void operator()(CURLU* url) const noexcept { curl.url_cleanup(url); }
+    void operator()(char* text) const noexcept { curl.free(text); }
 };
 using Url = std::unique_ptr<CURLU, Release>;
 using CurlText = std::unique_ptr<char, Release>;
@@ -33,12 +32,12 @@ using CurlText = std::unique_ptr<char, Release>;
 class LineList {
 public:
     LineList() = default;
-    ~LineList() { curl_slist_free_all(list_); }
+    ~LineList() { curl.slist_free_all(list_); }
     LineList(const LineList&) = delete;
     LineList& operator=(const LineList&) = delete;
 
     void add(const std::string& line) {
-        curl_slist* longer = curl_slist_append(list_, line.c_str());
+        curl_slist* longer = curl.slist_append(list_, line.c_str());
         if (longer == nullptr) throw std::bad_alloc();
         list_ = longer;
     }
@@ -80,12 +79,12 @@ bool is_encrypted(std::string_view url) {
 
 /// What a response of 3xx points to, seen from the URL that it answers. A text that is no URL stays as it is.
 std::string absolute_location(CURLU* base, const char* location) {
-    const Url url(curl_url_dup(base));
+    const Url url(curl.url_dup(base));
     if (url == nullptr) throw std::bad_alloc();
     char* text = nullptr;
-    if (curl_url_set(url.get(), CURLUPART_URL, location,
+    if (curl.url_set(url.get(), CURLUPART_URL, location,
                      CURLU_URLENCODE | CURLU_ALLOW_SPACE | CURLU_NON_SUPPORT_SCHEME) != CURLUE_OK ||
-        curl_url_get(url.get(), CURLUPART_URL, &text, 0) != CURLUE_OK)
+        curl.url_get(url.get(), CURLUPART_URL, &text, 0) != CURLUE_OK)
         return location;
     return CurlText(text).get();
 }
@@ -110,7 +109,7 @@ struct Transfer {
 /// Completes the head when its last line has come.
 void finish_head(Transfer& transfer) {
     long status = 0;
-    curl_easy_getinfo(transfer.easy, CURLINFO_RESPONSE_CODE, &status);
+    curl.easy_getinfo(transfer.easy, CURLINFO_RESPONSE_CODE, &status);
     HttpHead& head = transfer.head;
     head.status = static_cast<int32_t>(status);
     if (status / 100 != 3) return;
@@ -162,9 +161,9 @@ size_t take_body(char* data, size_t, size_t bytes, void* context) noexcept {
 class UnderWay {
 public:
     UnderWay(CURLM* multi, CURL* easy) : multi_(multi), easy_(easy) {
-        if (curl_multi_add_handle(multi, easy) != CURLM_OK) throw std::bad_alloc();
+        if (curl.multi_add_handle(multi, easy) != CURLM_OK) throw std::bad_alloc();
     }
-    ~UnderWay() { curl_multi_remove_handle(multi_, easy_); }
+    ~UnderWay() { curl.multi_remove_handle(multi_, easy_); }
     UnderWay(const UnderWay&) = delete;
     UnderWay& operator=(const UnderWay&) = delete;
 
@@ -175,12 +174,12 @@ private:
 
 class CurlTransport final : public HttpTransport {
 public:
-    CurlTransport() noexcept : multi_(curl_multi_init()), easy_(curl_easy_init()) {
-        if (multi_ != nullptr) curl_multi_setopt(multi_, CURLMOPT_MAXCONNECTS, k_kept_connections);
+    CurlTransport() noexcept : multi_(curl.multi_init()), easy_(curl.easy_init()) {
+        if (multi_ != nullptr) curl.multi_setopt(multi_, CURLMOPT_MAXCONNECTS, k_kept_connections);
     }
     ~CurlTransport() override {
         easy_.reset();
-        if (multi_ != nullptr) curl_multi_cleanup(multi_);
+        if (multi_ != nullptr) curl.multi_cleanup(multi_);
     }
     CurlTransport(const CurlTransport&) = delete;
     CurlTransport& operator=(const CurlTransport&) = delete;
@@ -198,10 +197,10 @@ public:
 
 private:
     HttpResult exchange(const HttpRequest& request, HttpSink& sink) {
-        const Url url(curl_url());
+        const Url url(curl.url());
         if (url == nullptr) throw std::bad_alloc();
-        const CURLUcode wrong = curl_url_set(url.get(), CURLUPART_URL, request.url.c_str(), 0);
-        if (wrong != CURLUE_OK) return {HttpEnd::failed, curl_url_strerror(wrong)};
+        const CURLUcode wrong = curl.url_set(url.get(), CURLUPART_URL, request.url.c_str(), 0);
+        if (wrong != CURLUE_OK) return {HttpEnd::failed, curl.url_strerror(wrong)};
         LineList lines;
         add_header_lines(request, lines);
         Transfer transfer{easy_.get(), url.get(), sink, {}, 0, false, false, ""};
@@ -215,47 +214,47 @@ private:
     /// life. The connections themselves stay.
     void refresh() noexcept {
         CURL* easy = easy_.get();
-        curl_easy_reset(easy);
+        curl.easy_reset(easy);
         is_fresh_ = true;
-        curl_easy_setopt(easy, CURLOPT_ERRORBUFFER, error_text_);
-        curl_easy_setopt(easy, CURLOPT_NOSIGNAL, 1L);
-        curl_easy_setopt(easy, CURLOPT_QUICK_EXIT, 1L);  // else the end waits for a name server that never answers
-        curl_easy_setopt(easy, CURLOPT_PROTOCOLS_STR, k_protocols);
-        curl_easy_setopt(easy, CURLOPT_REDIR_PROTOCOLS_STR, k_protocols);
+        curl.easy_setopt(easy, CURLOPT_ERRORBUFFER, error_text_);
+        curl.easy_setopt(easy, CURLOPT_NOSIGNAL, 1L);
+        curl.easy_setopt(easy, CURLOPT_QUICK_EXIT, 1L);  // else the end waits for a name server that never answers
+        curl.easy_setopt(easy, CURLOPT_PROTOCOLS_STR, k_protocols);
+        curl.easy_setopt(easy, CURLOPT_REDIR_PROTOCOLS_STR, k_protocols);
         // One request at a time has nothing to gain from streams.
-        curl_easy_setopt(easy, CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1));
-        curl_easy_setopt(easy, CURLOPT_USERAGENT, "VellCore/" VELL_VERSION);
-        curl_easy_setopt(easy, CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
-        curl_easy_setopt(easy, CURLOPT_BUFFERSIZE, k_receive_bytes);
-        curl_easy_setopt(easy, CURLOPT_HEADERFUNCTION, take_header_line);
-        curl_easy_setopt(easy, CURLOPT_WRITEFUNCTION, take_body);
+        curl.easy_setopt(easy, CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1));
+        curl.easy_setopt(easy, CURLOPT_USERAGENT, "VellCore/" VELL_VERSION);
+        curl.easy_setopt(easy, CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
+        curl.easy_setopt(easy, CURLOPT_BUFFERSIZE, k_receive_bytes);
+        curl.easy_setopt(easy, CURLOPT_HEADERFUNCTION, take_header_line);
+        curl.easy_setopt(easy, CURLOPT_WRITEFUNCTION, take_body);
     }
 
     /// The system's folder of authorities stays in force beside the file.
     void trust_authorities_of_environment() noexcept {
         const char* file = std::getenv("SSL_CERT_FILE");
-        if (file != nullptr && *file != '\0') curl_easy_setopt(easy_.get(), CURLOPT_CAINFO, file);
+        if (file != nullptr && *file != '\0') curl.easy_setopt(easy_.get(), CURLOPT_CAINFO, file);
         const char* folder = std::getenv("SSL_CERT_DIR");
-        if (folder != nullptr && *folder != '\0') curl_easy_setopt(easy_.get(), CURLOPT_CAPATH, folder);
+        if (folder != nullptr && *folder != '\0') curl.easy_setopt(easy_.get(), CURLOPT_CAPATH, folder);
     }
 
     void set_request(const HttpRequest& request, Transfer& transfer, const LineList& lines) noexcept {
         CURL* easy = easy_.get();
-        curl_easy_setopt(easy, CURLOPT_CURLU, transfer.url);
-        curl_easy_setopt(easy, CURLOPT_HTTPHEADER, lines.get());
-        curl_easy_setopt(easy, CURLOPT_ACCEPT_ENCODING, request.unpacks ? "gzip, deflate" : nullptr);
+        curl.easy_setopt(easy, CURLOPT_CURLU, transfer.url);
+        curl.easy_setopt(easy, CURLOPT_HTTPHEADER, lines.get());
+        curl.easy_setopt(easy, CURLOPT_ACCEPT_ENCODING, request.unpacks ? "gzip, deflate" : nullptr);
         // Of this time the library leaves each of a host's addresses its share.
-        curl_easy_setopt(easy, CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(request.idle_limit_ms));
+        curl.easy_setopt(easy, CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(request.idle_limit_ms));
         if (request.has_body) {
-            curl_easy_setopt(easy, CURLOPT_POST, 1L);
-            curl_easy_setopt(easy, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(request.body_bytes));
-            curl_easy_setopt(easy, CURLOPT_POSTFIELDS, request.body_bytes > 0 ? request.body : "");
+            curl.easy_setopt(easy, CURLOPT_POST, 1L);
+            curl.easy_setopt(easy, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(request.body_bytes));
+            curl.easy_setopt(easy, CURLOPT_POSTFIELDS, request.body_bytes > 0 ? request.body : "");
         } else {
-            curl_easy_setopt(easy, CURLOPT_HTTPGET, 1L);
+            curl.easy_setopt(easy, CURLOPT_HTTPGET, 1L);
         }
-        curl_easy_setopt(easy, CURLOPT_CUSTOMREQUEST, request.method);
-        curl_easy_setopt(easy, CURLOPT_HEADERDATA, &transfer);
-        curl_easy_setopt(easy, CURLOPT_WRITEDATA, &transfer);
+        curl.easy_setopt(easy, CURLOPT_CUSTOMREQUEST, request.method);
+        curl.easy_setopt(easy, CURLOPT_HEADERDATA, &transfer);
+        curl.easy_setopt(easy, CURLOPT_WRITEDATA, &transfer);
     }
 
     HttpResult run(Transfer& transfer, int64_t idle_limit_ms) {
@@ -268,18 +267,18 @@ private:
             has_ended = drive(transfer, idle_limit_ms, code);
         }
         long connections = 0;
-        is_fresh_ = curl_easy_getinfo(easy_.get(), CURLINFO_NUM_CONNECTS, &connections) == CURLE_OK && connections == 0;
+        is_fresh_ = curl.easy_getinfo(easy_.get(), CURLINFO_NUM_CONNECTS, &connections) == CURLE_OK && connections == 0;
         if (!transfer.problem.empty()) return {HttpEnd::failed, transfer.problem};
         if (transfer.is_stopped) return {HttpEnd::stopped, ""};
         // The library takes a connection that closes between two fields for an empty response.
         if (has_ended && code == CURLE_OK && !transfer.has_begun)
             return {HttpEnd::failed, "The connection was closed inside the response's header"};
         if (has_ended && code == CURLE_OK) return {HttpEnd::complete, ""};
-        return {HttpEnd::failed, error_text_[0] != '\0' ? error_text_ : curl_easy_strerror(code)};
+        return {HttpEnd::failed, error_text_[0] != '\0' ? error_text_ : curl.easy_strerror(code)};
     }
 
     static bool is_fine(CURLMcode code, Transfer& transfer) {
-        if (code != CURLM_OK) transfer.problem = curl_multi_strerror(code);
+        if (code != CURLM_OK) transfer.problem = curl.multi_strerror(code);
         return code == CURLM_OK;
     }
 
@@ -290,7 +289,7 @@ private:
         Clock::time_point last_sign = Clock::now();
         for (int signs = 1;;) {
             int running = 0;
-            if (!is_fine(curl_multi_perform(multi_, &running), transfer)) return false;
+            if (!is_fine(curl.multi_perform(multi_, &running), transfer)) return false;
             if (running == 0) break;
             // Counted from here, so that a sink that takes its time is not idleness of the server.
             const Clock::time_point now = Clock::now();
@@ -306,10 +305,10 @@ private:
             if (!transfer.ask(transfer.sink.goes_on())) return false;
             const auto left = std::chrono::ceil<std::chrono::milliseconds>(limit - (now - last_sign)).count();
             const int wait_ms = static_cast<int>(std::min<int64_t>(left, k_question_ms));
-            if (!is_fine(curl_multi_poll(multi_, nullptr, 0, wait_ms, &signs), transfer)) return false;
+            if (!is_fine(curl.multi_poll(multi_, nullptr, 0, wait_ms, &signs), transfer)) return false;
         }
         int waiting = 0;
-        const CURLMsg* message = curl_multi_info_read(multi_, &waiting);
+        const CURLMsg* message = curl.multi_info_read(multi_, &waiting);
         code = message != nullptr ? message->data.result : CURLE_FAILED_INIT;
         return true;
     }
@@ -322,8 +321,8 @@ private:
 
 std::unique_ptr<HttpTransport> make_curl_transport() noexcept {
     // Never undone: the host may use the library too.
-    static const CURLcode started = curl_global_init(CURL_GLOBAL_DEFAULT);
-    if (started != CURLE_OK) return nullptr;
+    static const bool is_ready = load_curl() && curl.global_init(CURL_GLOBAL_DEFAULT) == CURLE_OK;
+    if (!is_ready) return nullptr;
     auto* transport = new (std::nothrow) CurlTransport;
     if (transport == nullptr || transport->is_good()) return std::unique_ptr<HttpTransport>(transport);
     delete transport;
