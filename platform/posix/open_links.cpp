@@ -33,6 +33,13 @@ constexpr int64_t k_step_ns = 500'000'000;  // of a thread that is in the middle
 
 constinit Immortal<OpenLinks> open_links;
 
+/// Forks between the first process and this one: asking the system for the process would cost a call each time.
+std::atomic<uint32_t> process_generation{0};
+
+void count_fork() {
+    process_generation.fetch_add(1, std::memory_order_relaxed);
+}
+
 void end_all_at_exit() {
     open_links.value.end_all();
 }
@@ -41,7 +48,7 @@ void end_all_at_exit() {
 
 bool OpenLinks::add(OpenLink& link) noexcept {
     const ScopedLock lock(lock_);
-    if (!has_hook_) has_hook_ = std::atexit(end_all_at_exit) == 0;
+    if (!has_hook_) has_hook_ = std::atexit(end_all_at_exit) == 0 && pthread_atfork(nullptr, nullptr, count_fork) == 0;
     if (is_exiting_ || !has_hook_) return false;
     link.next_ = first_;
     if (first_ != nullptr) first_->previous_ = &link;
@@ -70,6 +77,12 @@ void OpenLinks::end_all() noexcept {
         one_left_.wait_for(lock_, rest_ns);
     for (OpenLink* link = first_; link != nullptr; link = link->next_)
         if (link->is_of_this_process() && link->turn.freeze(k_step_ns)) link->abandon();
+}
+
+OpenLink::OpenLink() noexcept : turn(*this), generation_(process_generation.load(std::memory_order_relaxed)) {}
+
+bool OpenLink::is_of_this_process() const noexcept {
+    return generation_ == process_generation.load(std::memory_order_relaxed);
 }
 
 bool OpenLink::enlist() noexcept {

@@ -1,7 +1,6 @@
 // The connections of this process, and how they end when it exits.
 #pragma once
 
-#include <unistd.h>
 #include <cstdint>
 
 #include "platform/posix/work_turn.h"
@@ -14,7 +13,7 @@ namespace vell {
 /// say goodbye get a moment for it, and then the rest fail and nobody gets a turn any more.
 class OpenLink : public InterruptibleWork {
 public:
-    OpenLink() noexcept : turn(*this) {}
+    OpenLink() noexcept;
     virtual ~OpenLink() = default;
     OpenLink(const OpenLink&) = delete;
     OpenLink& operator=(const OpenLink&) = delete;
@@ -25,7 +24,7 @@ public:
     void delist() noexcept;
 
     /// False in a forked child: its copy of the connection has no thread, and the socket is its parent's.
-    [[nodiscard]] bool is_of_this_process() const noexcept { return process_ == getpid(); }
+    [[nodiscard]] bool is_of_this_process() const noexcept;
 
     /// Fails everything that is under way. The turn is frozen, and nobody has it.
     virtual void abandon() noexcept = 0;
@@ -35,7 +34,7 @@ public:
 
 private:
     friend class OpenLinks;
-    const pid_t process_ = getpid();
+    const uint32_t generation_;     // of processes, when this was made
     OpenLink* previous_ = nullptr;  // guarded by the lock of the list
     OpenLink* next_ = nullptr;
 };

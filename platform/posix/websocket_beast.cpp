@@ -216,6 +216,10 @@ private:
         closing,  ///< the closing handshake is under way; operations fail already
         closed,   ///< the socket is closed; operations may still be on their way out
     };
+    struct GiveBack {
+        WorkTurn& turn;
+        ~GiveBack() { turn.give_back(/*is_awaited*/ false); }
+    };
     struct Send {
         WebSocketCompletion* completion = nullptr;
         MessageKind kind{};
@@ -376,7 +380,7 @@ void Link::run_while_not(Condition is_enough) noexcept {
 }
 
 void Link::help_until(const std::atomic<bool>& is_done, int64_t deadline_ns) noexcept {
-    if (!is_of_this_process() || !turn.take_as_caller()) return;
+    if (is_done || !is_of_this_process() || !turn.take_as_caller()) return;
     if (deadline_ns == 0) {
         run_while_not([&is_done] { return is_done.load(std::memory_order_relaxed); });
     } else {
@@ -391,12 +395,14 @@ void Link::help_until(const std::atomic<bool>& is_done, int64_t deadline_ns) noe
     turn.give_back(receiver_ != nullptr || send_.completion != nullptr);
 }
 
+/// Runs the task here where the turn can be had, which is cheaper, and posts it otherwise.
 template <class Task>
 void Link::post_or_fail(WebSocketCompletion* completion, Task task) noexcept {
     try {
         if (is_of_this_process() && !turn.is_frozen()) {
-            net::post(context_, std::move(task));
-            return;
+            if (!turn.take_as_caller()) return net::post(context_, std::move(task));
+            const GiveBack at_the_end{turn};
+            return task();
         }
         if (completion != nullptr)
             completion->complete(error_from(net::error::operation_aborted, "the process exits, or has forked"),
