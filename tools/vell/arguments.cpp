@@ -115,13 +115,12 @@ std::string problem_text(const CLI::App& app, const CLI::App& command, const CLI
         }
         return tr("problem", "a command is missing");
     }
-    const std::string text = error.what();
-    const std::string option = option_named_in(command, text);
+    const std::string option = option_named_in(command, error.what());
     if (error.get_name() == "ArgumentMismatch") {
         return formatted(tr("problem", "%s: its value is missing, or there is one too many"), option.c_str());
     }
     // What our own checks say is translated already.
-    if (error.get_name() == "ValidationError") return text;
+    if (error.get_name() == "ValidationError") return error.what();
     return formatted(tr("problem", "%s: such a value is not possible"), option.c_str());
 }
 
