@@ -2,12 +2,11 @@
 
 #include "files/second_thread.h"
 
-#include <csignal>
-#include <initializer_list>
 #include <thread>
 
 #include "platform/crash.h"
 #include "platform/posix/file_calls.h"
+#include "platform/posix/signals_blocked.h"
 #include "platform/thread_name.h"
 
 namespace vell {
@@ -15,14 +14,8 @@ namespace vell {
 SecondThread::SecondThread(void (*work)(void*), void* context) noexcept : work_(work), context_(context) {
     static const bool has_processors = std::thread::hardware_concurrency() > 1;
     if (!has_processors) return;
-    sigset_t blocked;
-    sigset_t previous;
-    sigfillset(&blocked);
-    for (const int fault : {SIGILL, SIGSEGV, SIGBUS, SIGFPE, SIGSYS, SIGTRAP})
-        sigdelset(&blocked, fault);
-    pthread_sigmask(SIG_SETMASK, &blocked, &previous);
+    const SignalsBlocked signals_blocked;
     is_running_ = file_calls.create_thread(&thread_, nullptr, run, this) == 0;
-    pthread_sigmask(SIG_SETMASK, &previous, nullptr);
 }
 
 SecondThread::~SecondThread() {

@@ -6,13 +6,12 @@
 #include <pthread.h>
 
 #include <cerrno>
-#include <csignal>
-#include <initializer_list>
 #include <new>
 
 #include "platform/crash.h"
 #include "platform/lock.h"
 #include "platform/posix/file_calls.h"
+#include "platform/posix/signals_blocked.h"
 #include "platform/thread_name.h"
 #include "platform/transfer_backend.h"
 
@@ -126,17 +125,9 @@ int start_transfer_thread(const char* name, void (*entry)()) noexcept {
     pthread_attr_t attributes;
     pthread_attr_init(&attributes);
     pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
-    // The host's signal handlers belong on the host's threads. A fault is the thread's own: blocked, it would end the
-    // process without a crash report.
-    sigset_t blocked;
-    sigset_t previous;
-    sigfillset(&blocked);
-    for (const int fault : {SIGILL, SIGSEGV, SIGBUS, SIGFPE, SIGSYS, SIGTRAP})
-        sigdelset(&blocked, fault);
-    pthread_sigmask(SIG_SETMASK, &blocked, &previous);
     pthread_t thread{};
+    const SignalsBlocked signals_blocked;
     const int error = file_calls.create_thread(&thread, &attributes, run_thread, start);
-    pthread_sigmask(SIG_SETMASK, &previous, nullptr);
     pthread_attr_destroy(&attributes);
     if (error != 0) delete start;
     return error;

@@ -23,12 +23,12 @@
 #include <boost/beast/http/field.hpp>
 #include <boost/beast/websocket/stream.hpp>
 #include <cerrno>
-#include <csignal>
 #include <limits>
 #include <optional>
 #include <vector>
 
 #include "platform/posix/open_links.h"
+#include "platform/posix/signals_blocked.h"
 #include "platform/posix/websocket_pipe.h"
 #include "platform/thread_name.h"
 #include "platform/websocket_transport.h"
@@ -203,17 +203,14 @@ void Step::operator()(error_code error, size_t count) const {
 // ---------------------------------------------------------------------------------------------------------- threads
 
 bool Link::start() noexcept {
-    sigset_t all_signals, callers_signals;
-    sigfillset(&all_signals);
     pthread_attr_t detached;
     if (pthread_attr_init(&detached) != 0) return false;
     pthread_attr_setdetachstate(&detached, PTHREAD_CREATE_DETACHED);
     bool has_started = false;
     if (enlist()) {
-        pthread_sigmask(SIG_SETMASK, &all_signals, &callers_signals);
+        const SignalsBlocked signals_blocked;
         pthread_t thread;
         has_started = pthread_create(&thread, &detached, thread_entry, this) == 0;
-        pthread_sigmask(SIG_SETMASK, &callers_signals, nullptr);
         if (!has_started) delist();
     }
     pthread_attr_destroy(&detached);
