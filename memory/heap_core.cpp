@@ -7,11 +7,11 @@
 namespace vell {
 
 void write_handle(void** handle, void* value) noexcept {
-    std::atomic_ref<void*>(*handle).store(value, std::memory_order_relaxed);
+    std::atomic_ref<void*>(*handle).store(value, std::memory_order_release);
 }
 
 void* read_handle(void** handle) noexcept {
-    return std::atomic_ref<void*>(*handle).load(std::memory_order_relaxed);
+    return std::atomic_ref<void*>(*handle).load(std::memory_order_acquire);
 }
 
 bool HeapCore::create(void* base, uint64_t total_bytes, uint64_t alignment) noexcept {
@@ -90,6 +90,11 @@ bool HeapCore::release(Unit unit) noexcept {
 Unit HeapCore::block_with_data(const void* data) const noexcept {
     const Unit unit = arena_.unit_before_data(data);
     return unit != k_no_unit && index_.is_used(unit) && header(unit).data == data ? unit : k_no_unit;
+}
+
+Unit HeapCore::block_of(void** handle) const noexcept {
+    const Unit unit = block_with_data(read_handle(handle));
+    return unit != k_no_unit && header(unit).owner == handle ? unit : k_no_unit;
 }
 
 Unit HeapCore::block_containing(const void* address) const noexcept {

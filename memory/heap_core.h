@@ -9,7 +9,9 @@
 
 namespace vell {
 
-/// Writes a pointer variable that belongs to a host. Its owner may be asking mheap_is_valid at the same time.
+/// Write and read a pointer variable that belongs to a host, who may be looking at it without the heap's mutex. A
+/// write is the heap's last access before the owner can see that the block is gone, so it releases and a read acquires:
+/// an owner who finds null may end the variable's life.
 void write_handle(void** handle, void* value) noexcept;
 [[nodiscard]] void* read_handle(void** handle) noexcept;
 
@@ -53,8 +55,10 @@ public:
     /// Copies everything into a larger arena and rebases all owners.
     [[nodiscard]] Growth move_to(void* base, uint64_t total_bytes) noexcept;
 
-    /// The used block whose data is at `data`; the one that contains `address`, data or header. Or k_no_unit.
+    /// The used block whose data is at `data`; the one that `handle` owns and points to; the one that contains
+    /// `address`, data or header. Or k_no_unit.
     [[nodiscard]] Unit block_with_data(const void* data) const noexcept;
+    [[nodiscard]] Unit block_of(void** handle) const noexcept;
     [[nodiscard]] Unit block_containing(const void* address) const noexcept;
 
     // Lock counts and stamps of used blocks. Each answers the count that it changed, or would have.

@@ -42,6 +42,13 @@ private:
     Heap& heap_;
 };
 
+// The calls by handle once the block is found: lock it and renew its stamp, renew the stamp alone, drop a lock and wake
+// a waiting allocation, free it. Each returns what the public call returns.
+int32_t lock_block(Heap& heap, Unit unit) noexcept VELL_REQUIRES(heap.mutex);
+int32_t keep_block(Heap& heap, Unit unit) noexcept VELL_REQUIRES(heap.mutex);
+int32_t unlock_block(Heap& heap, Unit unit) noexcept VELL_REQUIRES(heap.mutex);
+int32_t free_block(Heap& heap, Unit unit) noexcept VELL_REQUIRES(heap.mutex);
+
 /// For a header found overwritten by an operation that fails without closing the heap: the error line, and signal 11.
 void report_overwritten(const Heap& heap) noexcept;
 

@@ -130,9 +130,9 @@ void HeapCore::move_block_down(Unit from, Unit run) noexcept {
     // A header left behind in free space would look like a block to a pointer that still names it.
     if (gap > length) arena_.write_free_header(from, 0);
     BlockHeader& moved = header(run);
-    if (moved.owner != nullptr)
-        write_handle(moved.owner, static_cast<std::byte*>(read_handle(moved.owner)) - arena_.bytes(gap));
     moved.data = arena_.data(run);
+    // The address and not a difference: whatever a host did to its variable meanwhile, it leads to the block again.
+    if (moved.owner != nullptr) write_handle(moved.owner, moved.data);
     arena_.write_free_header(run + length, gap);
     index_.move_down(from, run);
 }

@@ -1,11 +1,12 @@
 // Buffers by handle: in which heap a buffer is made, and in which it is found again.
 //
 // No lock here: each heap has its own. A discard callback may free a buffer of another heap, so finding a buffer's
-// heap takes no lock either.
+// heap takes no lock either. Whether a handle owns a block is decided under that heap's mutex, in the same section that
+// works on the block: while another thread moves it, neither its header nor the handle can be believed.
 
 #include <initializer_list>
 
-#include "memory/heap_core.h"
+#include "memory/heap_record.h"
 #include "memory/heap_set_state.h"
 #include "memory/size_text.h"
 #include "vellcore/heap_set.h"
@@ -36,24 +37,43 @@ bool contains(_mheap* heap, const void* address) noexcept {
     return byte >= base && byte < base + mheap_totalsize(heap);
 }
 
-/// The heap that owns the handle's buffer, or null. Arenas do not overlap, so only one heap has to be asked.
-_mheap* heap_of(void** handle) noexcept {
-    const void* address = read_handle(handle);
+/// The heap whose arena holds the address, or null. A moving block stays in its arena, so this needs no lock.
+Heap* heap_around(const void* address) noexcept {
     for (const uint32_t id : {MEM_HEAP_FRAME, MEM_HEAP_PROXY, MEM_HEAP_AUDIO, MEM_HEAP_IMAGE}) {
         _mheap* heap = heap_set.heaps[id].load();
-        if (heap != nullptr && contains(heap, address)) return mheap_is_valid(heap, handle) ? heap : nullptr;
+        if (heap != nullptr && contains(heap, address)) return &as_heap(heap);
     }
     return nullptr;
 }
 
+/// Runs `operation` on the block that the handle owns. False, with `result` untouched, when no heap has one for it.
+/// The handle is read again under the heap's mutex: the block may have been moved or discarded since the first look.
+template <class Operation>
+bool with_owned_block(void** handle, int32_t& result, Operation operation) noexcept {
+    Heap* heap = heap_around(read_handle(handle));
+    if (heap == nullptr) return false;
+    const HeapLock lock(*heap);
+    const Unit unit = heap->core.block_of(handle);
+    if (unit == k_no_unit) return false;
+    result = operation(*heap, unit);
+    return true;
+}
+
 /// An operation of the heap that owns the buffer; nothing to do for a system allocation.
-int32_t in_its_heap(void** handle, int32_t (*operation)(_mheap*, void**), const char* name) noexcept {
+int32_t in_its_heap(void** handle, int32_t (*operation)(Heap&, Unit) noexcept, const char* name) noexcept {
     if (handle == nullptr) return 0;
-    if (_mheap* heap = heap_of(handle); heap != nullptr) return operation(heap, handle);
+    int32_t result = k_failed;
+    if (with_owned_block(handle, result, operation)) return result;
     void* address = read_handle(handle);
     if (os_check_ptr(address)) return 0;
     msgdebug("MEMORY: %s memory, bad reference: %x", name, static_cast<unsigned>(reinterpret_cast<uintptr_t>(address)));
     return k_failed;
+}
+
+/// One section for both steps: between them the buffer would be unlocked, and another thread could discard it.
+int32_t unlock_and_free(Heap& heap, Unit unit) noexcept VELL_REQUIRES(heap.mutex) {
+    const int32_t left = unlock_block(heap, unit);
+    return left < 0 ? left : free_block(heap, unit);
 }
 
 }  // namespace
@@ -74,31 +94,32 @@ void* mem_alloc_locked_buffer(void** handle, uint64_t size, uint32_t id) noexcep
 }
 
 int32_t mem_lock_buffer(void** handle) noexcept {
-    return vell::in_its_heap(handle, mheap_lock, "Lock");
+    return vell::in_its_heap(handle, vell::lock_block, "Lock");
 }
 
 int32_t mem_keep_buffer(void** handle) noexcept {
-    return vell::in_its_heap(handle, mheap_keep, "Keep");
+    return vell::in_its_heap(handle, vell::keep_block, "Keep");
 }
 
 int32_t mem_unlock_buffer(void** handle) noexcept {
-    return vell::in_its_heap(handle, mheap_unlock, "Unlock");
+    return vell::in_its_heap(handle, vell::unlock_block, "Unlock");
 }
 
 int32_t mem_free_buffer(void** handle) noexcept {
     if (handle == nullptr || read_handle(handle) == nullptr) return k_failed;
-    if (_mheap* heap = vell::heap_of(handle); heap != nullptr) return mheap_free(heap, handle);
-    os_free(read_handle(handle));
+    int32_t result = k_failed;
+    if (vell::with_owned_block(handle, result, vell::free_block)) return result;
+    void* address = read_handle(handle);
+    if (address == nullptr) return k_failed;  // discarded since the first look
+    os_free(address);
     write_handle(handle, nullptr);
     return 0;
 }
 
 int32_t mem_free_locked_buffer(void** handle) noexcept {
     if (handle == nullptr || read_handle(handle) == nullptr) return k_failed;
-    if (_mheap* heap = vell::heap_of(handle); heap != nullptr) {
-        const int32_t left = mheap_unlock(heap, handle);
-        return left < 0 ? left : mheap_free(heap, handle);
-    }
+    int32_t result = k_failed;
+    if (vell::with_owned_block(handle, result, vell::unlock_and_free)) return result;
     if (!os_free(read_handle(handle))) return k_failed;
     write_handle(handle, nullptr);
     return 0;

@@ -92,7 +92,7 @@ HeapCore::Space search(Heap& heap, Unit needed) noexcept VELL_REQUIRES(heap.mute
 /// False when none came in time. A thread cancelled in here would take the heap's mutex with it.
 bool wait_for_unlock(Heap& heap) noexcept VELL_REQUIRES(heap.mutex) {
     const CancelShield shield;
-    return mp_cond_timedwait(heap.space, heap.mutex, heap.wait_ns);
+    return wait_within(*heap.space, *heap.mutex, heap.wait_ns);
 }
 
 /// Kept: the second search of each round, in compacting mode, never finds or moves anything, because the first one
@@ -158,21 +158,61 @@ void complain_about_owner(const Heap& heap, void* data, void** handle) noexcept 
              static_cast<void*>(handle));
 }
 
-/// Has `change` renew the stamp of the block that the handle names. @return the lock count, or k_failed.
-int32_t stamp_block(_mheap* heap, void** handle, uint32_t (HeapCore::*change)(Unit, uint64_t) noexcept) noexcept {
+using BlockOperation = int32_t (*)(Heap& heap, Unit unit) noexcept;
+
+/// Runs `operation` on the block that the handle's pointer names, whoever owns it. @return its result, or k_failed.
+int32_t with_named_block(_mheap* heap, void** handle, const char* complaint, BlockOperation operation) noexcept {
     if (heap == nullptr || handle == nullptr) return k_failed;
     Heap& own = as_heap(heap);
     const HeapLock lock(own);
     void* data = read_handle(handle);
-    if (data == nullptr) return k_failed;
-    const Unit unit = named_block(own, data, "Illegal mheap pointer");
-    if (unit == k_no_unit) return k_failed;
-    const uint32_t count = (own.core.*change)(unit, next_stamp(own));
-    check_heap(own);
-    return static_cast<int32_t>(count);
+    // Kept: only an unlock complains about a null pointer.
+    if (data == nullptr && operation != unlock_block) return k_failed;
+    const Unit unit = named_block(own, data, complaint);
+    return unit == k_no_unit ? k_failed : operation(own, unit);
 }
 
 }  // namespace
+
+int32_t lock_block(Heap& heap, Unit unit) noexcept {
+    const uint32_t count = heap.core.add_lock(unit, next_stamp(heap));
+    check_heap(heap);
+    return static_cast<int32_t>(count);
+}
+
+int32_t keep_block(Heap& heap, Unit unit) noexcept {
+    const uint32_t count = heap.core.renew(unit, next_stamp(heap));
+    check_heap(heap);
+    return static_cast<int32_t>(count);
+}
+
+int32_t unlock_block(Heap& heap, Unit unit) noexcept {
+    if (heap.core.header(unit).lock_count == 0) {
+        msgdebug("MHeap: Unlocking a non locked block");
+        return 0;
+    }
+    const uint32_t count = heap.core.drop_lock(unit, next_stamp(heap));
+    mp_cond_signal(heap.space);
+    check_heap(heap);
+    return static_cast<int32_t>(count);
+}
+
+int32_t free_block(Heap& heap, Unit unit) noexcept {
+    BlockHeader& block = heap.core.header(unit);
+    if (block.lock_count > 0) {
+        msgdebug("MHeap: Attempt to free locked block: %p\n", block.data);
+        return k_failed;
+    }
+    if (block.exclusive_count > 0) {
+        block.flags |= k_release_pending;
+        void** const handle = block.owner;
+        block.owner = nullptr;
+        write_handle(handle, nullptr);
+        return 1;
+    }
+    return release(heap, unit) ? 1 : k_failed;
+}
+
 }  // namespace vell
 
 using vell::as_heap;
@@ -263,27 +303,15 @@ int32_t mheap_alloc_lock(_mheap* heap, uint64_t size, void** handle) noexcept {
 }
 
 int32_t mheap_lock(_mheap* heap, void** handle) noexcept {
-    return vell::stamp_block(heap, handle, &vell::HeapCore::add_lock);
+    return vell::with_named_block(heap, handle, "Illegal mheap pointer", vell::lock_block);
 }
 
 int32_t mheap_keep(_mheap* heap, void** handle) noexcept {
-    return vell::stamp_block(heap, handle, &vell::HeapCore::renew);
+    return vell::with_named_block(heap, handle, "Illegal mheap pointer", vell::keep_block);
 }
 
 int32_t mheap_unlock(_mheap* heap, void** handle) noexcept {
-    if (heap == nullptr || handle == nullptr) return k_failed;
-    Heap& own = as_heap(heap);
-    const HeapLock lock(own);
-    const Unit unit = vell::named_block(own, vell::read_handle(handle), "Illegal MHeap pointer");
-    if (unit == k_no_unit) return k_failed;
-    if (own.core.header(unit).lock_count == 0) {
-        msgdebug("MHeap: Unlocking a non locked block");
-        return 0;
-    }
-    const uint32_t count = own.core.drop_lock(unit, vell::next_stamp(own));
-    mp_cond_signal(own.space);
-    check_heap(own);
-    return static_cast<int32_t>(count);
+    return vell::with_named_block(heap, handle, "Illegal MHeap pointer", vell::unlock_block);
 }
 
 int32_t mheap_free(_mheap* heap, void** handle) noexcept {
@@ -300,18 +328,7 @@ int32_t mheap_free(_mheap* heap, void** handle) noexcept {
         vell::complain_about_owner(own, data, handle);
         return k_failed;
     }
-    auto& block = own.core.header(unit);
-    if (block.lock_count > 0) {
-        msgdebug("MHeap: Attempt to free locked block: %p\n", data);
-        return k_failed;
-    }
-    if (block.exclusive_count > 0) {
-        block.flags |= vell::k_release_pending;
-        block.owner = nullptr;
-        vell::write_handle(handle, nullptr);
-        return 1;
-    }
-    return vell::release(own, unit) ? 1 : k_failed;
+    return vell::free_block(own, unit);
 }
 
 void mheap_free_blk(_mheap* heap, mheap_mblk* block) noexcept VELL_NO_LOCK_CHECK {

@@ -10,6 +10,15 @@
 
 #include "vellcore/export.h"
 
+/// What the handles of vellcore/threads.h are. They belong to heaps, queues and hosts; the library's own state is
+/// guarded by the classes below.
+struct VELL_CAPABILITY("mutex") __mutex_str {
+    pthread_mutex_t native;
+};
+struct __cond_str {
+    pthread_cond_t native;
+};
+
 namespace vell {
 
 /// A mutex that needs no construction and no destruction, so that a thread still running at process exit never
@@ -75,5 +84,9 @@ public:
 private:
     pthread_cond_t native_ = PTHREAD_COND_INITIALIZER;
 };
+
+/// Waits on the condition behind a handle for at most `limit_ns` nanoseconds of the monotonic clock. False when nothing
+/// came in time. A cancellation point: a thread cancelled here holds the mutex again.
+bool wait_within(__cond_str& condition, __mutex_str& mutex, int64_t limit_ns) VELL_REQUIRES(mutex);
 
 }  // namespace vell

@@ -6,15 +6,10 @@
 #include <cerrno>
 #include <new>
 
+#include "platform/lock.h"
 #include "vellcore/message_log.h"
 #include "vellcore/threads.h"
 
-struct __mutex_str {
-    pthread_mutex_t native;
-};
-struct __cond_str {
-    pthread_cond_t native;
-};
 struct __tls_key_str {
     pthread_key_t native;
 };
@@ -24,6 +19,7 @@ namespace {
 constexpr int64_t k_ns_per_second = 1'000'000'000;
 
 /// The wall-clock moment `nanoseconds` from now.
+/// Kept: the public wait follows the wall clock. The library's own waits do not (wait_within in platform/lock.h).
 timespec deadline_after(int64_t nanoseconds) noexcept {
     timeval now{};
     gettimeofday(&now, nullptr);

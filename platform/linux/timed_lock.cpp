@@ -37,4 +37,9 @@ bool Condition::wait_for(Mutex& mutex, int64_t limit_ns) noexcept {
     return pthread_cond_clockwait(&native_, mutex.native(), CLOCK_MONOTONIC, &deadline) == 0;
 }
 
+bool wait_within(__cond_str& condition, __mutex_str& mutex, int64_t limit_ns) {
+    const timespec deadline = deadline_after(limit_ns);
+    return pthread_cond_clockwait(&condition.native, &mutex.native, CLOCK_MONOTONIC, &deadline) == 0;
+}
+
 }  // namespace vell
