@@ -107,9 +107,8 @@ VELL_API int32_t mem_dumpheap(uint32_t id, const char* title) noexcept;
 ///                never moved or discarded, and locking it does nothing.
 /// @return  the buffer's address, or null: silently for an id above 4 or a null handle.
 /// @waits   as mheap_alloc_lock while the heap's space is all locked: about a second in the Frame, Proxy and Audio
-/// heaps,
-///          which MEM_HEAP_AUTO chooses among; in the Image heap, which compacts, until space is unlocked, without
-///          limit.
+///          heaps (twice that with MEM_HEAP_AUTO, which tries two); in the Image heap, which compacts, until space is
+///          unlocked, without limit.
 [[nodiscard]] VELL_API void* mem_alloc_locked_buffer(void** handle, uint64_t size, uint32_t id) noexcept;
 
 /// Lock, refresh and unlock a buffer, as mheap_lock, mheap_keep and mheap_unlock of the heap that owns it.
