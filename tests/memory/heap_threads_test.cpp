@@ -138,7 +138,7 @@ public:
     unsigned moved = 0;
 
 private:
-    static constexpr unsigned k_slots = 8;
+    static constexpr unsigned k_slots = 40;  // more than the heap holds, also when one thread runs alone
     static inline void* const k_not_a_handle = &discards;
     struct Slot {
         std::unique_ptr<void*> pointer;  // the handle; the heap's to change while the block is not locked
