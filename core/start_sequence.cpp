@@ -108,7 +108,7 @@ void start_pool(Start& start) {
 constexpr Step k_full_start[] = {
     {"fatal signals",
      [](Start&) {
-         ensure_alternate_stack();
+         static_cast<void>(ensure_alternate_stack());
          install_fatal_handlers(sig_handler);
      }},
     {"processors", read_processors},
@@ -172,6 +172,7 @@ constexpr StopStep k_stop[] = {
          vl_release_autorelease_pool(autorelease_pool);
          autorelease_pool = nullptr;
      }},
+    {"fatal signals", restore_fatal_handlers},
 };
 
 /// Takes the claim "<name>_STARTER". False when another instance holds it.

@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "platform/first_use.h"
 #include "platform/processor.h"
 
 namespace vell {
@@ -61,8 +62,12 @@ ProductText read_product() noexcept {
 }  // namespace vell
 
 uint32_t cpu_configuration(bool, uint32_t& physical, uint32_t& logical, uint32_t& features, char* model_128) noexcept {
-    static const vell::CpuFacts facts = vell::work_out_facts();
-    vell::known_facts.store(&facts, std::memory_order_release);
+    static constinit vell::FirstUse first_call;
+    static constinit vell::CpuFacts facts{};
+    first_call.run([] {
+        facts = vell::work_out_facts();
+        vell::known_facts.store(&facts, std::memory_order_release);
+    });
     uint32_t status = 0;
     vl_cpu_info(physical, logical, model_128, features, status);
     return status;
@@ -99,7 +104,9 @@ void vl_cpu_limits(uint32_t& online, uint32_t& affinity, double& quota) noexcept
 }
 
 const char* get_mac_product_string() noexcept {
-    static const vell::ProductText product = vell::read_product();
+    static constinit vell::FirstUse first_call;
+    static constinit vell::ProductText product{};
+    first_call.run([] { product = vell::read_product(); });
     return product.text;
 }
 

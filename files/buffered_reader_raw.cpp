@@ -6,6 +6,7 @@
 #include "files/buffered_common.h"
 #include "files/io_settings.h"
 #include "files/transfer_table.h"
+#include "platform/fork_handlers.h"
 #include "platform/lock.h"
 #include "vellcore/buffered_file_reader.h"
 
@@ -16,6 +17,10 @@ constexpr size_t k_pieces_in_flight = 10;
 
 /// Keeps the split reads of several readers from interleaving on the disk. Outermost of all locks.
 Mutex serial_read_lock;
+
+/// Not waited for before a fork, which a slow disk would hold up: nothing but the order of reads depends on it.
+const ForkEntry fork_entry(ForkOrder::serial_reads,
+                           {nullptr, nullptr, []() noexcept { new (&serial_read_lock) Mutex; }});
 
 /// The pieces in flight, oldest first. Of their results only the end of the file matters, behind which no more is
 /// asked for.

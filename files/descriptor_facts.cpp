@@ -33,7 +33,6 @@ void descriptor_set_uncached(int descriptor) noexcept {
 }
 
 void descriptor_set_locked(int descriptor) noexcept {
-    prepare_for_fork();
     const ScopedLock lock(engine_lock);
     DescriptorFacts* facts = require_facts(descriptor);
     if (facts != nullptr) facts->is_locked = true;

@@ -16,6 +16,7 @@
 #include <thread>
 
 #include "files/app_folders.h"
+#include "platform/fork_handlers.h"
 #include "platform/library_loader.h"
 #include "platform/lock.h"
 #include "vellcore/file_operations.h"
@@ -34,6 +35,7 @@ constexpr double k_slow_seconds = 1.0;
 
 Mutex table_lock;
 std::atomic<std::thread::id> table_owner;          // the thread that holds table_lock
+std::atomic<uint32_t> times_taken{0};              // table_lock
 vl_vector<lib_entry>* loaded_libraries = nullptr;  // in loading order; null before start-up and after shutdown
 
 /// Holds the table to the end of the scope; does nothing in the thread that holds it already.
@@ -43,6 +45,7 @@ public:
         if (is_nested_) return;
         table_lock.lock();
         table_owner.store(std::this_thread::get_id());
+        count_turn(times_taken);
     }
     ~TableLock() VELL_NO_LOCK_CHECK {
         if (is_nested_) return;
@@ -57,10 +60,32 @@ private:
     bool is_nested_;
 };
 
+// --- fork: constructors and destructors of libraries run under the lock, so it is not waited for without limit -------
+
+bool is_held_for_fork = false;              // by the forking thread, on behalf of the fork
+std::atomic<bool> is_lost_in_child{false};  // another thread was loading: the table and the loader stay locked
+
+void lock_before_fork() noexcept VELL_NO_LOCK_CHECK {
+    is_held_for_fork = table_owner.load() != std::this_thread::get_id() && lock_unless_stalled(times_taken, table_lock);
+}
+
+void unlock_after_fork() noexcept VELL_NO_LOCK_CHECK {
+    if (is_held_for_fork) table_lock.unlock();
+}
+
+void renew_in_child() noexcept VELL_NO_LOCK_CHECK {
+    if (table_owner.load() == std::this_thread::get_id()) return;  // it forked while it loads, and goes on with that
+    if (!is_held_for_fork) is_lost_in_child.store(true);
+    table_owner.store(std::thread::id());
+    new (&table_lock) Mutex;
+}
+
+const ForkEntry fork_entry(ForkOrder::library_table, {lock_before_fork, unlock_after_fork, renew_in_child});
+
 /// The last entry that `matches`; null when there is none.
 template <class Matches>
 lib_entry* find_last(Matches matches) noexcept {
-    if (loaded_libraries == nullptr) return nullptr;
+    if (loaded_libraries == nullptr || is_lost_in_child.load()) return nullptr;
     for (uint32_t i = loaded_libraries->count(); i-- > 0;) {
         lib_entry& entry = (*loaded_libraries)[i];
         if (matches(entry)) return &entry;
@@ -159,6 +184,11 @@ void vl_lib_initialize() noexcept {
 void* vl_open_library(const char* name, int flags) noexcept {
     if (name == nullptr || *name == '\0' || std::strlen(name) >= sizeof(lib_entry::name)) return nullptr;
     const vell::TableLock lock;
+    if (vell::is_lost_in_child.load()) {
+        msgwarn("Can't open module: '%s'", name);
+        msgcont("another thread was loading a library when this process was forked");
+        return nullptr;
+    }
     vl_lib_initialize();
     if (lib_entry* entry = vell::find_name(name)) {
         ++entry->reference_count;
@@ -210,7 +240,7 @@ const char* vl_get_main_dll_entry_name() noexcept {
 
 void vl_lib_closedownall() noexcept {
     const vell::TableLock lock;
-    if (vell::loaded_libraries == nullptr) return;
+    if (vell::loaded_libraries == nullptr || vell::is_lost_in_child.load()) return;
     // Taken down first: a destructor may close others, which moves the entries.
     vl_vector<void*> handles(vell::loaded_libraries->count());
     for (const lib_entry& entry : *vell::loaded_libraries)

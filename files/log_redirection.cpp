@@ -7,6 +7,7 @@
 
 #include "files/app_folders.h"
 #include "platform/posix/file_calls.h"
+#include "platform/standard_error.h"
 
 namespace vell {
 
@@ -17,6 +18,7 @@ bool redirect_standard_error(const char* path) noexcept {
     const int file = file_calls.open(path, O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, k_file_mode);
     if (file < 0) return false;
     std::fflush(stderr);
+    if (file != STDERR_FILENO) keep_standard_error();
     // Kept: children inherit descriptor 2, so their errors land in the log; every other descriptor closes on exec.
     if (file == STDERR_FILENO) return fcntl(file, F_SETFD, 0) == 0;
     const bool is_moved = dup2(file, STDERR_FILENO) == STDERR_FILENO;

@@ -4,6 +4,7 @@
 
 #include <cstring>
 
+#include "platform/fork_handlers.h"
 #include "platform/immortal.h"
 #include "platform/lock.h"
 #include "vellcore/block_memory.h"
@@ -22,6 +23,7 @@ struct Names : Allocator<char> {
 };
 
 Mutex name_lock;
+const ForkEntry fork_entry(ForkOrder::listing_names, name_lock);
 constinit Immortal<Names> names VELL_GUARDED_BY(name_lock);
 uint32_t round VELL_GUARDED_BY(name_lock) = 0;
 

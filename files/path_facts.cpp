@@ -8,6 +8,7 @@
 #include <cstring>
 #include <ctime>
 
+#include "platform/calendar_time.h"
 #include "platform/posix/file_calls.h"
 #include "vellcore/desktop_shell.h"
 #include "vellcore/file_operations.h"
@@ -26,8 +27,7 @@ bool fits(int length, int32_t size) noexcept {
 
 bool write_local(int64_t seconds, char* out, int32_t size) noexcept {
     std::tm local{};
-    const auto time = static_cast<time_t>(seconds);
-    if (localtime_r(&time, &local) == nullptr) return false;
+    if (!local_fields(static_cast<time_t>(seconds), local)) return false;
     const int year = (local.tm_year % 100 + 100) % 100;
     return fits(std::snprintf(out, static_cast<size_t>(size), "%2d-%02d-%02d %2d:%02d", local.tm_mday, local.tm_mon + 1,
                               year, local.tm_hour, local.tm_min),
@@ -36,7 +36,7 @@ bool write_local(int64_t seconds, char* out, int32_t size) noexcept {
 
 bool write_local_date(time_t seconds, char* out, int32_t size) noexcept {
     std::tm local{};
-    if (localtime_r(&seconds, &local) == nullptr) return false;
+    if (!local_fields(seconds, local)) return false;
     return fits(std::snprintf(out, static_cast<size_t>(size), "%d-%02d-%02d", local.tm_year + 1900, local.tm_mon + 1,
                               local.tm_mday),
                 size);
@@ -44,7 +44,7 @@ bool write_local_date(time_t seconds, char* out, int32_t size) noexcept {
 
 bool write_utc(time_t seconds, char* out, int32_t size) noexcept {
     std::tm utc{};
-    if (gmtime_r(&seconds, &utc) == nullptr) return false;
+    if (!utc_fields(seconds, utc)) return false;
     return std::strftime(out, static_cast<size_t>(size), "%Y-%m-%dT%H:%M:%SZ", &utc) > 0;
 }
 

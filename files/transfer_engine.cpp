@@ -6,13 +6,14 @@
 #include "files/transfer_engine.h"
 
 #include <fcntl.h>
-#include <pthread.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <new>
 
 #include "files/transfer_lists.h"
+#include "platform/fork_handlers.h"
 
 namespace vell {
 namespace {
@@ -105,15 +106,23 @@ void carry_out(Transfer& transfer) noexcept {
 
 // --- fork -------------------------------------------------------------------------------------------------------
 
-void before_fork() VELL_NO_LOCK_CHECK {
+/// False until the first transfer: asking for the preferred back end would open it.
+std::atomic<bool> has_backends{false};
+bool had_backends_at_fork = false;
+
+void before_fork() noexcept VELL_NO_LOCK_CHECK {
     engine_lock.lock();
+    had_backends_at_fork = has_backends.load();
+    if (!had_backends_at_fork) return;
     preferred_backend().before_fork();
     streams_backend.before_fork();
 }
 
-void after_fork_in_parent() VELL_NO_LOCK_CHECK {
-    streams_backend.after_fork_in_parent();
-    preferred_backend().after_fork_in_parent();
+void after_fork_in_parent() noexcept VELL_NO_LOCK_CHECK {
+    if (had_backends_at_fork) {
+        streams_backend.after_fork_in_parent();
+        preferred_backend().after_fork_in_parent();
+    }
     engine_lock.unlock();
 }
 
@@ -135,9 +144,11 @@ void adopt_transfer(Transfer& transfer) noexcept VELL_REQUIRES(engine_lock) {
     }
 }
 
-void after_fork_in_child() VELL_NO_LOCK_CHECK {
-    preferred_backend().after_fork_in_child();
-    streams_backend.after_fork_in_child();
+void after_fork_in_child() noexcept VELL_NO_LOCK_CHECK {
+    if (had_backends_at_fork) {
+        preferred_backend().after_fork_in_child();
+        streams_backend.after_fork_in_child();
+    }
     new (&engine_lock) Mutex;
     new (&transfer_over) Condition;
     waiting_threads = 0;
@@ -151,6 +162,8 @@ void after_fork_in_child() VELL_NO_LOCK_CHECK {
             facts->is_locked = false;
     }
 }
+
+const ForkEntry fork_entry(ForkOrder::transfer_engine, {before_fork, after_fork_in_parent, after_fork_in_child});
 
 // --- starting ---------------------------------------------------------------------------------------------------
 
@@ -180,19 +193,14 @@ int refusal_of(const TransferRequest& request, bool is_stream) noexcept {
 
 }  // namespace
 
-void prepare_for_fork() noexcept {
-    static const int registered = pthread_atfork(before_fork, after_fork_in_parent, after_fork_in_child);
-    static_cast<void>(registered);
-}
-
 int transfer_start(const TransferRequest& request, Transfer*& started) noexcept {
     started = nullptr;
     const bool has_position = lseek(request.descriptor, 0, SEEK_CUR) >= 0;
     if (!has_position && errno == EBADF) return EBADF;
     const bool is_stream = !has_position && errno == ESPIPE;
     if (is_stream && !is_open_for(request.descriptor, request.is_write)) return EBADF;
-    prepare_for_fork();
     const TransferBackend& backend = is_stream ? streams_backend : preferred_backend();
+    has_backends.store(true, std::memory_order_relaxed);
     auto* transfer = new (std::nothrow) Transfer;
     if (transfer == nullptr) return EAGAIN;
     const ScopedLock lock(engine_lock);
@@ -249,7 +257,6 @@ TransferResult transfer_now(const TransferRequest& request, bool as_stream) noex
     // A pipe takes any offset, and the start finds out whether it is one.
     if (request.offset < 0 && as_stream) return start_and_collect(request);
     if (const int error = refusal_of(request, /*is_stream*/ false); error != 0) return {0, error};
-    prepare_for_fork();
     const CancelShield shield;
     Transfer transfer;
     {
@@ -353,6 +360,10 @@ void transfers_drain(int descriptor) noexcept {
     call_off_all(descriptor);
     while (has_transfers(descriptor))
         wait_for_change();
+}
+
+void transfers_prepare() noexcept {
+    static_cast<void>(preferred_backend());
 }
 
 const char* transfer_backend_name() noexcept {

@@ -79,6 +79,9 @@ void descriptor_set_locked(int descriptor) noexcept;
 /// Forgets the descriptor before it is closed: drains it, drops cached data, releases the lock.
 void descriptor_forget(int descriptor) noexcept;
 
+/// Chooses the back end of files, which takes a while once: for callers that hold a lock when they start a transfer.
+void transfers_prepare() noexcept;
+
 /// The name of the back end that carries the transfers of files.
 [[nodiscard]] const char* transfer_backend_name() noexcept;
 

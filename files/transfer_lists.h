@@ -60,8 +60,4 @@ void drop_reference(Transfer& transfer) noexcept VELL_REQUIRES(engine_lock);
 /// Takes the facts out of the list; the caller frees them.
 [[nodiscard]] DescriptorFacts* remove_facts(int descriptor) noexcept VELL_REQUIRES(engine_lock);
 
-/// Makes a later fork leave the child a working engine. Called without locks: registering a handler waits for a fork
-/// that is under way, which waits for the engine.
-void prepare_for_fork() noexcept;
-
 }  // namespace vell

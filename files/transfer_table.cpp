@@ -9,7 +9,9 @@
 
 #include <cerrno>
 #include <ctime>
+#include <new>
 
+#include "platform/fork_handlers.h"
 #include "platform/lock.h"
 #include "vellcore/message_log.h"
 
@@ -128,6 +130,7 @@ bool settle_slot(const TransferRequest& request, int32_t number, Transfer* trans
 }
 
 bool start_in_table(const TransferRequest& request, int* handle) noexcept {
+    transfers_prepare();
     int error = open_slot(request, *handle);
     if (error == 0) return true;
     const int32_t number = *handle;
@@ -163,6 +166,23 @@ TransferResult close_slot(async_transfer& slot) noexcept VELL_REQUIRES(table_loc
     free_slot(slot);
     return result;
 }
+
+// --- fork -------------------------------------------------------------------------------------------------------
+
+void unlock_after_fork() noexcept VELL_NO_LOCK_CHECK {
+    table_lock.unlock();
+}
+
+/// A slot that another thread was still starting is free in the child: nobody there would ever settle it.
+void free_unsettled_in_child() noexcept VELL_NO_LOCK_CHECK {
+    for (async_transfer& slot : table.slots)
+        if (slot.descriptor != 0 && slot.request == nullptr && !slot.done_synchronously) slot = async_transfer{};
+    new (&slot_freed) Condition;
+    new (&table_lock) Mutex;
+}
+
+const ForkEntry fork_entry(ForkOrder::transfer_table, {[]() noexcept VELL_NO_LOCK_CHECK { table_lock.lock(); },
+                                                       unlock_after_fork, free_unsettled_in_child});
 
 /// A transfer of the table on its way to completion.
 struct Completion {

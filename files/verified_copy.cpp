@@ -10,6 +10,7 @@
 
 #include "files/copy_engine.h"
 #include "files/path_checks.h"
+#include "platform/fork_handlers.h"
 #include "platform/lock.h"
 #include "vellcore/message_log.h"
 
@@ -31,6 +32,7 @@ constexpr unsigned k_with_read_back = 2;
 constexpr size_t k_text_bytes = 512;
 
 Mutex last_text_lock;
+const ForkEntry fork_entry(ForkOrder::copy_text, last_text_lock);
 char last_text[k_text_bytes] VELL_GUARDED_BY(last_text_lock);
 
 /// Keeps the text of a failure and returns its code.

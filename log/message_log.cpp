@@ -2,11 +2,15 @@
 //
 // Formatting, the repeat count and the stream's writes happen under `message_lock`; the levels, the repeat override
 // and the stream are read without it. A line is put together in one buffer, its prefix in front of the text, and
-// written once. Nothing is taken under `message_lock`.
+// written once. Under `message_lock` only the time zone is asked for.
 //
 // The lock lives as long as the process, so that a thread that logs while the log closes finds a closed log and not
-// a freed lock. Its owner is known: a thread that enters the log again while it holds the lock (from a signal
-// handler), and the thread that reports a crash, write past the buffer with a bare write(2).
+// a freed lock. A thread that enters the log again from a signal handler, and the thread that reports a crash, write
+// past the buffer with a bare write(2).
+//
+// A crash report that the log cannot take goes to standard error: when the log is closed or switched off, and when its
+// stream has no descriptor or does not take the line. In a forked child that has not opened a log of its own it goes to
+// what was standard error before start-up, since the file is its parent's.
 
 #include <poll.h>
 #include <pthread.h>
@@ -18,10 +22,15 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <new>
 
 #include "log/log_stamp.h"
+#include "platform/calendar_time.h"
 #include "platform/crash.h"
+#include "platform/fork_handlers.h"
 #include "platform/lock.h"
+#include "platform/standard_error.h"
+#include "platform/thread_flag.h"
 #include "vellcore/message_log.h"
 #include "vellcore/threads.h"
 
@@ -48,7 +57,7 @@ struct Log {
     std::atomic<int32_t> last_level{k_closed};  // of the last entry; decides on continuations
     std::atomic<bool> write_repeats{false};     // set by msg_repeatdisplayoverride
     std::atomic<bool> is_open{false};           // there is a buffer
-    std::atomic<pthread_t> owner{};             // who holds message_lock; 0 for nobody
+    std::atomic<bool> is_inherited{false};      // opened by the process that this one was forked from
     std::atomic<pthread_t> external_owner{};    // who holds external_lock
 
     char* line VELL_GUARDED_BY(message_lock) = nullptr;              // [32 for the prefix | 8192 text]
@@ -61,16 +70,23 @@ struct Log {
 };
 Log state;
 
-/// The log's lock, with its owner on record.
+/// True from before the calling thread waits for message_lock until after it has released it. A signal handler on this
+/// thread that finds it true must not wait: the lock may be this thread's, whatever the lock itself says by then.
+ThreadFlag inside_log;
+
+std::atomic<uint32_t> times_taken{0};  // message_lock
+
+/// The log's lock.
 class VELL_SCOPED_CAPABILITY LogLock {
 public:
     LogLock() noexcept VELL_ACQUIRE(message_lock) {
+        inside_log.set(true);
         message_lock.lock();
-        state.owner.store(pthread_self(), std::memory_order_relaxed);
+        count_turn(times_taken);
     }
     ~LogLock() VELL_RELEASE() {
-        state.owner.store(pthread_t{}, std::memory_order_relaxed);
         message_lock.unlock();
+        inside_log.set(false);
     }
     LogLock(const LogLock&) = delete;
     LogLock& operator=(const LogLock&) = delete;
@@ -78,6 +94,37 @@ public:
 private:
     CancelShield shield_;
 };
+
+// --- fork: a write to a stalled reader may hold the lock, so it is not waited for without limit ----------------------
+
+bool is_held_for_fork = false;    // by the forking thread, on behalf of the fork
+bool was_inside_at_fork = false;  // the forking thread is in the log: it forks in a signal handler
+
+void lock_before_fork() noexcept VELL_NO_LOCK_CHECK {
+    was_inside_at_fork = inside_log.is_set();
+    inside_log.set(true);
+    is_held_for_fork = !was_inside_at_fork && lock_unless_stalled(times_taken, message_lock);
+}
+
+void unlock_after_fork() noexcept VELL_NO_LOCK_CHECK {
+    if (is_held_for_fork) message_lock.unlock();
+    inside_log.set(was_inside_at_fork);
+}
+
+/// What was counted as a repeat is its parent's to report; a lock of the host's that another thread held is free.
+void renew_in_child() noexcept VELL_NO_LOCK_CHECK {
+    state.is_inherited.store(true, std::memory_order_relaxed);
+    if (state.external_owner.load(std::memory_order_relaxed) != pthread_self()) {
+        state.external_owner.store(pthread_t{}, std::memory_order_relaxed);
+        new (&external_lock) Mutex;
+    }
+    inside_log.set(was_inside_at_fork);
+    if (was_inside_at_fork) return;
+    state.repeats = 0;
+    new (&message_lock) Mutex;
+}
+
+const ForkEntry fork_entry(ForkOrder::log, {lock_before_fork, unlock_after_fork, renew_in_child});
 
 /// Gives errno back as it was when the scope began.
 class ErrnoKeeper {
@@ -93,13 +140,12 @@ private:
 
 /// True where the lock must not simply be waited for.
 bool must_not_wait() noexcept {
-    return is_reporting_crash() || state.owner.load(std::memory_order_relaxed) == pthread_self();
+    return is_reporting_crash() || inside_log.is_set();
 }
 
 double local_seconds_of_day() noexcept {
-    const time_t now = time(nullptr);
     tm parts{};
-    localtime_r(&now, &parts);
+    if (!local_fields(time(nullptr), parts)) return 0;
     return parts.tm_hour * 3600 + parts.tm_min * 60 + parts.tm_sec;
 }
 
@@ -165,12 +211,29 @@ void write_line(int32_t level, size_t length) noexcept VELL_REQUIRES(message_loc
     std::fflush(stream);
 }
 
-/// Writes to the log's descriptor. The crash report does not wait for a reader of a full pipe: it drops the line.
-void write_raw(const char* line, size_t bytes) noexcept {
+int32_t threshold() noexcept {
+    return state.level.load(std::memory_order_relaxed);
+}
+
+/// Writes to a descriptor. The crash report does not wait for a reader of a full pipe. False when the line was not
+/// taken.
+bool write_to(int descriptor, const char* line, size_t bytes) noexcept {
     constexpr int k_room_limit_ms = 100;
-    pollfd room{.fd = state.descriptor.load(std::memory_order_relaxed), .events = POLLOUT, .revents = 0};
-    if (room.fd < 0 || (is_reporting_crash() && poll(&room, 1, k_room_limit_ms) == 0)) return;
-    if (write(room.fd, line, bytes) < 0) errno = 0;
+    pollfd room{.fd = descriptor, .events = POLLOUT, .revents = 0};
+    if (descriptor < 0 || (is_reporting_crash() && poll(&room, 1, k_room_limit_ms) == 0)) return false;
+    return write(descriptor, line, bytes) == static_cast<ssize_t>(bytes);
+}
+
+/// Writes a line past the buffer: to the log, and a crash report that the log does not take to standard error.
+void write_raw(const char* line, size_t bytes) noexcept {
+    const int descriptor = state.descriptor.load(std::memory_order_relaxed);
+    if (!is_reporting_crash()) {
+        write_to(descriptor, line, bytes);
+    } else if (state.is_inherited.load(std::memory_order_relaxed)) {
+        write_to(original_standard_error(), line, bytes);
+    } else if (threshold() < 0 || !write_to(descriptor, line, bytes)) {
+        write_to(STDERR_FILENO, line, bytes);
+    }
 }
 
 /// Writes a line without the log's buffer and stream: for a thread that is inside the log already, and for the
@@ -196,7 +259,7 @@ void write_line_unbuffered(int32_t level, const char* format, va_list arguments)
                                    : static_cast<double>(time(nullptr) % 86400);
         write_stamp(line, seconds, k_level_names[level]);
     }
-    const bool is_inside = state.owner.load(std::memory_order_relaxed) == pthread_self();
+    const bool is_inside = inside_log.is_set();
     const bool is_locked = !is_inside && !lock_given_up.load() && message_lock.lock_within(k_crash_lock_limit_ns);
     if (!is_inside && !is_locked) lock_given_up.store(true);
     write_raw(line, k_prefix_bytes + length);
@@ -206,7 +269,7 @@ void write_line_unbuffered(int32_t level, const char* format, va_list arguments)
 /// Formats and writes one line whose level test has passed. @return 1, or 0 when the log closed meanwhile.
 int32_t write_formatted(int32_t level, const char* format, va_list arguments) noexcept VELL_PRINTF(2, 0);
 int32_t write_formatted(int32_t level, const char* format, va_list arguments) noexcept {
-    if (format == nullptr || !state.is_open.load(std::memory_order_relaxed)) return 0;
+    if (format == nullptr || (!state.is_open.load(std::memory_order_relaxed) && !is_reporting_crash())) return 0;
     const ErrnoKeeper keep_errno;
     if (must_not_wait()) {
         write_line_unbuffered(level, format, arguments);
@@ -219,15 +282,17 @@ int32_t write_formatted(int32_t level, const char* format, va_list arguments) no
     return 1;
 }
 
-int32_t threshold() noexcept {
-    return state.level.load(std::memory_order_relaxed);
+/// What is written at the present threshold. A crash is reported whatever it is.
+bool passes(int32_t level) noexcept {
+    const int32_t limit = threshold();
+    return level <= limit || (limit < 0 && is_reporting_crash());
 }
 
 /// The entry writers that move the last level whether or not they write.
 int32_t write_entry(int32_t level, const char* format, va_list arguments) noexcept VELL_PRINTF(2, 0);
 int32_t write_entry(int32_t level, const char* format, va_list arguments) noexcept {
     state.last_level.store(level, std::memory_order_relaxed);
-    return threshold() >= level ? write_formatted(level, format, arguments) : 0;
+    return passes(level) ? write_formatted(level, format, arguments) : 0;
 }
 
 /// msg while the threshold is negative: to the standard error stream, without a lock, stamp or repeat check.
@@ -269,6 +334,7 @@ char* msg_initialize(FILE* stream) noexcept {
     FILE* target = stream != nullptr ? stream : stderr;
     state.stream.store(target, std::memory_order_relaxed);
     state.descriptor.store(fileno(target), std::memory_order_relaxed);
+    state.is_inherited.store(false, std::memory_order_relaxed);
     state.last_level.store(vell::k_closed, std::memory_order_relaxed);
     state.level.store(stream != nullptr ? MSG_INFO : MSG_WARN, std::memory_order_relaxed);
     state.repeats = 0;
@@ -345,7 +411,7 @@ int32_t vmsgdebug(const char* format, va_list arguments) noexcept {
 
 int32_t vmsgcont(const char* format, va_list arguments) noexcept {
     const int32_t last = state.last_level.load(std::memory_order_relaxed);
-    return last >= 0 && last <= vell::threshold() ? vell::write_formatted(vell::k_continuation, format, arguments) : 0;
+    return last >= 0 && vell::passes(last) ? vell::write_formatted(vell::k_continuation, format, arguments) : 0;
 }
 
 int32_t msg(int32_t level, const char* format, ...) noexcept {

@@ -88,7 +88,7 @@ bool HeapCore::release(Unit unit) noexcept {
 }
 
 Unit HeapCore::block_with_data(const void* data) const noexcept {
-    const Unit unit = arena_.unit_before_data(data);
+    const Unit unit = is_lost_ ? k_no_unit : arena_.unit_before_data(data);
     return unit != k_no_unit && index_.is_used(unit) && header(unit).data == data ? unit : k_no_unit;
 }
 
@@ -98,7 +98,7 @@ Unit HeapCore::block_of(void** handle) const noexcept {
 }
 
 Unit HeapCore::block_containing(const void* address) const noexcept {
-    const Unit unit = arena_.unit_containing(address);
+    const Unit unit = is_lost_ ? k_no_unit : arena_.unit_containing(address);
     return unit == k_no_unit ? k_no_unit : index_.used_block_at(unit);
 }
 

@@ -34,6 +34,10 @@ public:
     /// Lays out one free block and the end marker. False when memory is short.
     [[nodiscard]] bool create(void* base, uint64_t total_bytes, uint64_t alignment) noexcept;
 
+    /// Gives up a heap that was copied while another thread changed it: no block is found in it any more.
+    void lose() noexcept { is_lost_ = true; }
+    [[nodiscard]] bool is_lost() const noexcept { return is_lost_; }
+
     [[nodiscard]] const Arena& arena() const noexcept { return arena_; }
     [[nodiscard]] const HeapIndex& index() const noexcept { return index_; }
     [[nodiscard]] BlockHeader& header(Unit unit) const noexcept { return arena_.header(unit); }
@@ -82,6 +86,7 @@ private:
 
     Arena arena_;
     HeapIndex index_;
+    bool is_lost_ = false;
 };
 
 }  // namespace vell

@@ -4,6 +4,7 @@
 #include <atomic>
 
 #include "memory/heap_core.h"
+#include "platform/fork_handlers.h"
 #include "platform/lock.h"
 #include "vellcore/lockable_heap.h"
 
@@ -16,8 +17,14 @@ inline constexpr int64_t k_no_limit = -1;
 /// change in mheap_resize only and are then read and written as atomics.
 struct Heap : _mheap {
     HeapCore core VELL_GUARDED_BY(mutex);
-    std::atomic<bool> is_closed{false};  // by corruption: the mutex stays held for ever
-    Heap* next_closed = nullptr;         // in the list of destroyed heaps whose record stays
+    std::atomic<bool> is_closed{false};    // by corruption: the mutex stays held for ever
+    Heap* next_closed = nullptr;           // in the list of destroyed heaps whose record stays
+    std::atomic<pthread_t> holder{};       // the thread that holds the mutex, for a fork in a discard callback
+    std::atomic<uint32_t> times_taken{0};  // the mutex
+    // Guarded by the lock of the list of all heaps.
+    Heap* next_live = nullptr;
+    Heap* previous_live = nullptr;
+    bool is_held_for_fork = false;  // by the forking thread, on behalf of the fork
     // Shortened by tests that count rounds.
     int64_t wait_ns = k_wait_slice_ns;
     int64_t compacting_rounds = k_no_limit;  // searches of a compacting heap before it gives up
@@ -31,8 +38,13 @@ inline Heap& as_heap(_mheap* heap) noexcept {
 /// only cancellation points under it, waits and callbacks, have theirs.
 class VELL_SCOPED_CAPABILITY HeapLock {
 public:
-    explicit HeapLock(Heap& heap) noexcept VELL_ACQUIRE(heap.mutex) : heap_(heap) { mp_get_mutex(heap.mutex); }
+    explicit HeapLock(Heap& heap) noexcept VELL_ACQUIRE(heap.mutex) : heap_(heap) {
+        mp_get_mutex(heap.mutex);
+        heap.holder.store(pthread_self(), std::memory_order_relaxed);
+        count_turn(heap.times_taken);
+    }
     ~HeapLock() VELL_RELEASE() VELL_NO_LOCK_CHECK {
+        heap_.holder.store(pthread_t{}, std::memory_order_relaxed);
         if (!heap_.is_closed.load(std::memory_order_relaxed)) mp_release_mutex(heap_.mutex);
     }
     HeapLock(const HeapLock&) = delete;
@@ -48,6 +60,10 @@ int32_t lock_block(Heap& heap, Unit unit) noexcept VELL_REQUIRES(heap.mutex);
 int32_t keep_block(Heap& heap, Unit unit) noexcept VELL_REQUIRES(heap.mutex);
 int32_t unlock_block(Heap& heap, Unit unit) noexcept VELL_REQUIRES(heap.mutex);
 int32_t free_block(Heap& heap, Unit unit) noexcept VELL_REQUIRES(heap.mutex);
+
+/// Put a heap on the list of all heaps of the process, and take it off.
+void enlist(Heap& heap) noexcept;
+void delist(Heap& heap) noexcept;
 
 /// For a header found overwritten by an operation that fails without closing the heap: the error line, and signal 11.
 void report_overwritten(const Heap& heap) noexcept;

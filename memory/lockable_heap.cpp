@@ -92,7 +92,9 @@ HeapCore::Space search(Heap& heap, Unit needed) noexcept VELL_REQUIRES(heap.mute
 /// False when none came in time. A thread cancelled in here would take the heap's mutex with it.
 bool wait_for_unlock(Heap& heap) noexcept VELL_REQUIRES(heap.mutex) {
     const CancelShield shield;
-    return wait_within(*heap.space, *heap.mutex, heap.wait_ns);
+    const bool is_woken = wait_within(*heap.space, *heap.mutex, heap.wait_ns);
+    heap.holder.store(pthread_self(), std::memory_order_relaxed);
+    return is_woken;
 }
 
 /// Kept: the second search of each round, in compacting mode, never finds or moves anything, because the first one
@@ -236,14 +238,18 @@ _mheap* mheap_initialize(const char* name, uint64_t size, int32_t alignment, int
     heap->alignment = step;
     heap->header_size = header_size;
     heap->mode = static_cast<mheap_mode>(mode);
-    if (vell::obtain_arena(*heap, lock_flag)) return heap;
-    vell::dismantle(heap);
-    return nullptr;
+    if (!vell::obtain_arena(*heap, lock_flag)) {
+        vell::dismantle(heap);
+        return nullptr;
+    }
+    vell::enlist(*heap);
+    return heap;
 }
 
 void mheap_destroy(_mheap* heap) noexcept {
     if (heap == nullptr) return;
     Heap& own = as_heap(heap);
+    vell::delist(own);
     if (own.is_closed.load()) return vell::keep_closed_heap(&own);
     { const HeapLock wait_for_the_last_operation(own); }
     vell::dismantle(&own);
@@ -268,7 +274,7 @@ uint64_t mheap_resize(_mheap* heap, uint64_t new_size, int32_t lock_flag) noexce
     Heap& own = as_heap(heap);
     const HeapLock lock(own);
     using vell::HeapCore;
-    const bool is_outrun = rounded <= own.total_size;  // by another resize since the first look
+    const bool is_outrun = rounded <= own.total_size || own.core.is_lost();  // by another resize since the first look
     const auto growth = is_outrun ? HeapCore::Growth::no_memory : own.core.move_to(area, rounded);
     if (growth != HeapCore::Growth::done) {
         os_free(area);
@@ -292,6 +298,10 @@ int32_t mheap_alloc_lock(_mheap* heap, uint64_t size, void** handle) noexcept {
     if (heap == nullptr || handle == nullptr) return k_failed;
     Heap& own = as_heap(heap);
     const HeapLock lock(own);
+    if (own.core.is_lost()) {
+        msgerror("Heap '%.32s' is unusable in this process: another thread was inside it at the fork", own.name);
+        return k_failed;
+    }
     const Unit needed = own.core.arena().units_for_block(size);
     const Unit unit = own.mode == MHEAP_DISCARD ? vell::find_or_give_up(own, needed) : vell::find_or_wait(own, needed);
     if (unit == k_no_unit) return k_failed;
@@ -377,6 +387,7 @@ int32_t mheap_clearall(_mheap* heap) noexcept VELL_NO_LOCK_CHECK {
     if (heap == nullptr) return k_failed;
     Heap& own = as_heap(heap);
     const HeapLock lock(own);
+    if (own.core.is_lost()) return k_failed;
     if (own.core.release_unlocked()) {
         check_heap(own);
         return 0;
@@ -391,6 +402,7 @@ int32_t mheap_validate(_mheap* heap) noexcept VELL_NO_LOCK_CHECK {
     if (heap == nullptr) return k_failed;
     Heap& own = as_heap(heap);
     const HeapLock lock(own);
+    if (own.core.is_lost()) return k_failed;
     const auto soundness = own.core.check_and_merge();
     if (soundness == vell::HeapCore::Soundness::sound) {
         check_heap(own);

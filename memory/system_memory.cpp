@@ -11,6 +11,7 @@
 #include <cstring>
 
 #include "memory/size_text.h"
+#include "platform/fork_handlers.h"
 #include "platform/immortal.h"
 #include "platform/lock.h"
 #include "platform/memory_size.h"
@@ -26,6 +27,7 @@ constexpr int32_t k_system_alignment = 65536;
 constexpr uint64_t k_assumed_memory = 536870912;  // where the system does not tell
 
 Mutex record_lock;
+const ForkEntry fork_entry(ForkOrder::system_allocations, record_lock);
 
 struct SystemAllocations {
     vl_vector<spm_record> records;  // oldest first

@@ -8,6 +8,7 @@
 #include <array>
 #include <chrono>
 
+#include "platform/fork_handlers.h"
 #include "platform/immortal.h"
 #include "platform/lock.h"
 
@@ -28,6 +29,8 @@ struct Waiting {
 using Table = std::array<Waiting, 16>;
 
 constinit Mutex table_lock;
+const ForkEntry fork_entry(ForkOrder::http_transports, table_lock);
+
 constinit Immortal<Table> waiting VELL_GUARDED_BY(table_lock);
 
 /// After a fork both processes would talk on the same connections, and closing one in the child would say goodbye in

@@ -85,6 +85,12 @@ private:
     pthread_cond_t native_ = PTHREAD_COND_INITIALIZER;
 };
 
+/// Locks the mutex behind a handle; false when it could not be had within `limit_ns` nanoseconds.
+[[nodiscard]] inline bool lock_within(Mutex& mutex, int64_t limit_ns) noexcept VELL_TRY_ACQUIRE(true, mutex) {
+    return mutex.lock_within(limit_ns);
+}
+[[nodiscard]] bool lock_within(__mutex_str& mutex, int64_t limit_ns) noexcept VELL_TRY_ACQUIRE(true, mutex);
+
 /// Waits on the condition behind a handle for at most `limit_ns` nanoseconds of the monotonic clock. False when nothing
 /// came in time. A cancellation point: a thread cancelled here holds the mutex again.
 bool wait_within(__cond_str& condition, __mutex_str& mutex, int64_t limit_ns) VELL_REQUIRES(mutex);

@@ -10,6 +10,7 @@
 #include <ctime>
 #include <limits>
 
+#include "platform/calendar_time.h"
 #include "text/date_names.h"
 #include "text/date_scanner.h"
 
@@ -96,9 +97,8 @@ void date::number_days() noexcept {
 
 void date::init(long t) noexcept {
     constexpr int32_t k_largest_tm_year = std::numeric_limits<int32_t>::max() - 1900;
-    const time_t seconds = t;
     tm parts{};
-    if (localtime_r(&seconds, &parts) == nullptr || parts.tm_year > k_largest_tm_year) {
+    if (!vell::local_fields(t, parts) || parts.tm_year > k_largest_tm_year) {
         store(0, 0, 0, 0, 0, 0);
         m_julian = 0;
         m_days = 0;
@@ -205,9 +205,8 @@ int date::add_days(long n) noexcept {
 }
 
 date::operator long() const noexcept {
-    const time_t now = time(nullptr);
     tm parts{};
-    localtime_r(&now, &parts);
+    if (!vell::local_fields(time(nullptr), parts)) return -1;
     constexpr int32_t k_first_year = std::numeric_limits<int32_t>::min() + 1900;
     parts.tm_mday = m_day;
     parts.tm_mon = std::max(m_month, std::numeric_limits<int32_t>::min() + 1) - 1;
@@ -216,7 +215,7 @@ date::operator long() const noexcept {
     parts.tm_min = +m_minute;
     parts.tm_sec = +m_second;
     parts.tm_wday = parts.tm_yday = parts.tm_isdst = 0;
-    return mktime(&parts);
+    return vell::moment_of_local(parts);
 }
 
 bool date::operator==(const date& other) const noexcept {

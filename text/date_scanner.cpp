@@ -9,6 +9,7 @@
 #include <cstddef>
 #include <ctime>
 
+#include "platform/calendar_time.h"
 #include "text/date_names.h"
 #include "vellcore/calendar_date.h"
 
@@ -37,9 +38,8 @@ size_t match_name(const char* text, const char* name) noexcept {
 }
 
 int current_century() noexcept {
-    const time_t now = time(nullptr);
     tm parts{};
-    localtime_r(&now, &parts);
+    if (!vell::local_fields(time(nullptr), parts)) return 0;
     return (parts.tm_year + 1900) / 100 * 100;
 }
 

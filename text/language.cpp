@@ -9,6 +9,7 @@
 #include <memory>
 #include <string>
 
+#include "platform/fork_handlers.h"
 #include "platform/immortal.h"
 #include "platform/lock.h"
 #include "text/language_choice.h"
@@ -26,6 +27,7 @@ constexpr const char* k_choice_file = "language.cfg";
 constexpr size_t k_path_bytes = 1024 + 64;  // the longest folder, and what stands behind it
 
 Mutex list_lock;
+const ForkEntry fork_entry(ForkOrder::language_list, list_lock);
 constinit Immortal<std::unique_ptr<LanguageList>> list VELL_GUARDED_BY(list_lock);
 
 /// Finds the locale folder. False when there is none: `path` is then where it was looked for last.

@@ -16,6 +16,7 @@
 #include <stdexcept>
 #include <string>
 
+#include "platform/fork_handlers.h"
 #include "platform/lock.h"
 #include "text/message_catalog.h"
 #include "vellcore/desktop_shell.h"
@@ -30,19 +31,19 @@ struct KeptLocale {
     std::string name;  // language, country and variant
 };
 
+Mutex locales_lock;
+const ForkEntry fork_entry(ForkOrder::locales, locales_lock);
+
 struct Locales {
-    Mutex lock;
-    std::string messages_path VELL_GUARDED_BY(lock);
-    std::string domain VELL_GUARDED_BY(lock);
-    std::multimap<std::string, KeptLocale> kept VELL_GUARDED_BY(lock);       // by full name; of all folders so far
-    std::map<std::string, const KeptLocale*> present VELL_GUARDED_BY(lock);  // of the present folder and domain
-    std::atomic<const char*> name{""};                                       // of the locale that was set last
+    std::string messages_path VELL_GUARDED_BY(locales_lock);
+    std::string domain VELL_GUARDED_BY(locales_lock);
+    std::multimap<std::string, KeptLocale> kept VELL_GUARDED_BY(locales_lock);  // by full name; of all folders so far
+    std::map<std::string, const KeptLocale*> present VELL_GUARDED_BY(locales_lock);  // of the present folder and domain
+    std::atomic<const char*> name{""};                                               // of the locale that was set last
 };
 
-Locales& locales() {
-    static auto* const all = new Locales;  // never destroyed: translations are asked for until the process ends
-    return *all;
-}
+/// Made while the library is loaded and never destroyed: translations are asked for until the process ends.
+Locales& all_locales = *new Locales;
 
 std::string describe(const std::locale& locale) {
     const auto& facts = std::use_facet<boost::locale::info>(locale);
@@ -53,7 +54,7 @@ std::string describe(const std::locale& locale) {
 }
 
 /// The catalog that a locale's messages would come from; empty when there is none.
-std::string catalog_of(const Locales& all, const std::locale& locale) VELL_REQUIRES(all.lock) {
+std::string catalog_of(const Locales& all, const std::locale& locale) VELL_REQUIRES(locales_lock) {
     const auto& facts = std::use_facet<boost::locale::info>(locale);
     const std::string country = facts.country().empty() ? "" : "_" + facts.country();
     const std::string variant = facts.variant().empty() ? "" : "@" + facts.variant();
@@ -65,7 +66,7 @@ std::string catalog_of(const Locales& all, const std::locale& locale) VELL_REQUI
 }
 
 /// Refuses a name whose catalog is damaged, which a lookup would read far outside.
-void check_catalog(const Locales& all, const std::string& name) VELL_REQUIRES(all.lock) {
+void check_catalog(const Locales& all, const std::string& name) VELL_REQUIRES(locales_lock) {
     const std::string path = catalog_of(all, boost::locale::generator()(name));
     if (path.empty()) return;
     std::ifstream file(path, std::ios::binary);
@@ -74,7 +75,7 @@ void check_catalog(const Locales& all, const std::string& name) VELL_REQUIRES(al
 }
 
 /// The locale of that name, made when it is wanted for the first time.
-const KeptLocale& find_or_make(Locales& all, const std::string& name) VELL_REQUIRES(all.lock) {
+const KeptLocale& find_or_make(Locales& all, const std::string& name) VELL_REQUIRES(locales_lock) {
     if (const auto found = all.present.find(name); found != all.present.end()) return *found->second;
     check_catalog(all, name);
     boost::locale::generator generator;
@@ -84,6 +85,12 @@ const KeptLocale& find_or_make(Locales& all, const std::string& name) VELL_REQUI
     std::string described = describe(made);
     const auto kept = all.kept.emplace(name, KeptLocale{made, std::move(described)});
     return *all.present.emplace(name, &kept->second).first->second;
+}
+
+/// Copying takes a lock of the standard library's, which a fork does not wait for: so it is done under ours.
+std::locale copy_of_global() noexcept {
+    const ScopedLock lock(locales_lock);
+    return {};
 }
 
 void choose_backend() {
@@ -97,8 +104,8 @@ void choose_backend() {
 
 void vl_locale_init(const char* messages_path, const char* default_domain) noexcept {
     try {
-        vell::Locales& all = vell::locales();
-        const vell::ScopedLock lock(all.lock);
+        vell::Locales& all = vell::all_locales;
+        const vell::ScopedLock lock(vell::locales_lock);
         vell::choose_backend();
         all.messages_path = messages_path != nullptr ? messages_path : "";
         all.domain = default_domain != nullptr ? default_domain : "";
@@ -111,8 +118,8 @@ void vl_locale_set(const char* name) noexcept {
     try {
         const bool is_named = name != nullptr && *name != '\0';
         const std::string wanted = is_named ? name : std::string(cocoa_user_locale()) + ".UTF-8";
-        vell::Locales& all = vell::locales();
-        const vell::ScopedLock lock(all.lock);
+        vell::Locales& all = vell::all_locales;
+        const vell::ScopedLock lock(vell::locales_lock);
         const vell::KeptLocale& found = vell::find_or_make(all, wanted);
         std::locale::global(found.locale);
         all.name.store(found.name.c_str(), std::memory_order_release);
@@ -122,7 +129,7 @@ void vl_locale_set(const char* name) noexcept {
 
 const char* vl_locale_get() noexcept {
     try {
-        return vell::locales().name.load(std::memory_order_acquire);
+        return vell::all_locales.name.load(std::memory_order_acquire);
     } catch (const std::exception&) {
         return "";
     }
@@ -132,7 +139,7 @@ const char* vl_locale_pgettext(const char* context, const char* id) noexcept {
     if (id == nullptr) return nullptr;
     try {
         using Messages = boost::locale::message_format<char>;
-        const std::locale global;
+        const std::locale global = vell::copy_of_global();
         const char* translation =
             std::has_facet<Messages>(global) ? std::use_facet<Messages>(global).get(0, context, id) : nullptr;
         return translation != nullptr ? translation : id;

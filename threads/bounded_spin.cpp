@@ -4,7 +4,8 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <ctime>
+
+#include "platform/monotonic_clock.h"
 
 namespace vell {
 namespace {
@@ -13,12 +14,6 @@ constexpr uint32_t k_polls_per_yield = 12;
 constexpr uint32_t k_polls_per_clock_look = 8 * k_polls_per_yield;
 
 }  // namespace
-
-int64_t monotonic_ns() noexcept {
-    timespec now{};
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return int64_t{now.tv_sec} * 1'000'000'000 + now.tv_nsec;
-}
 
 int32_t usable_processors() noexcept {
     static const auto count = static_cast<int32_t>(std::max(sysconf(_SC_NPROCESSORS_ONLN), 1L));

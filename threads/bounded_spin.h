@@ -24,9 +24,6 @@ private:
 /// Processors that threads of this process may run on at once, at least 1.
 [[nodiscard]] int32_t usable_processors() noexcept;
 
-/// The monotonic clock, nanoseconds.
-[[nodiscard]] int64_t monotonic_ns() noexcept;
-
 /// Tells the processor that this is a polling loop.
 void pause_processor() noexcept;
 

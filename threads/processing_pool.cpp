@@ -9,14 +9,14 @@
 // threads are woken for a job as can run at once; when it is not done soon, its caller wakes one for every share that
 // nobody has taken, since the shares that run may wait for the others. An idle pool uses no processor time.
 
-#include <pthread.h>
-
 #include <algorithm>
 #include <atomic>
 #include <cstdio>
 #include <new>
 
+#include "platform/fork_handlers.h"
 #include "platform/lock.h"
+#include "platform/monotonic_clock.h"
 #include "threads/bounded_spin.h"
 #include "threads/share_queue.h"
 #include "vellcore/message_log.h"
@@ -240,11 +240,26 @@ bool start_threads(int32_t count) noexcept {
     return true;
 }
 
-/// A forked child has none of its parent's threads: its jobs run on their callers. The locks may be held for ever.
-void forget_threads_in_child() noexcept {
+void lock_before_fork() noexcept VELL_NO_LOCK_CHECK {
+    exchange.lock.lock();
+    completion.lock.lock();
+}
+
+void unlock_after_fork() noexcept VELL_NO_LOCK_CHECK {
+    completion.lock.unlock();
+    exchange.lock.unlock();
+}
+
+/// A forked child has none of its parent's threads: its jobs run on their callers. What was queued is its parent's.
+void forget_threads_in_child() noexcept VELL_NO_LOCK_CHECK {
     pool.is_running.store(false);
     pool.started = 0;
+    new (&exchange) Exchange;
+    exchange.queue.reset(pool.processors.load());
+    new (&completion) Completion;
 }
+
+const ForkEntry fork_entry(ForkOrder::processing_pool, {lock_before_fork, unlock_after_fork, forget_threads_in_child});
 
 int32_t degrade_to_single() noexcept {
     pool.processors.store(1);
@@ -284,8 +299,6 @@ int32_t smp_initialize(int32_t requested) noexcept {
         const vell::ScopedLock lock(exchange.lock);
         exchange.queue.reset(count);
     }
-    static const int registered = pthread_atfork(nullptr, nullptr, vell::forget_threads_in_child);
-    static_cast<void>(registered);
     pool.is_running.store(true);
     if (!vell::start_threads(count)) return vell::degrade_to_single();
     pool.active.store(count);

@@ -6,20 +6,18 @@
 // A thread never reads its row: it gets a start block of its own, so a row may be given to another thread while the
 // first has not run yet.
 
-#include "threads/thread_table.h"
-
 #include <sys/types.h>
 
 #include <algorithm>
 #include <atomic>
-#include <climits>
 #include <cstring>
 #include <new>
 
 #include "platform/crash.h"
+#include "platform/fork_handlers.h"
 #include "platform/immortal.h"
 #include "platform/lock.h"
-#include "platform/thread_name.h"
+#include "platform/thread_identity.h"
 #include "vellcore/message_log.h"
 #include "vellcore/threads.h"
 #include "vellcore/vector.h"
@@ -28,6 +26,7 @@ namespace vell {
 namespace {
 
 constexpr size_t k_name_bytes = sizeof(mp_thread_str::name);
+static_assert(k_name_bytes == k_thread_name_bytes);
 constexpr char k_unknown[] = "Unknown";
 constexpr char k_main_thread[] = "VL-Main";
 constexpr size_t k_main_stack_bytes = 2097152;
@@ -42,7 +41,8 @@ struct Row {
 
 struct ThreadTable {
     bool is_open = false;
-    vl_vector<Row*> rows;  // a row's position is its thread's index; rows are reused, never removed
+    bool is_closing = false;  // no thread is started any more, but they can be joined
+    vl_vector<Row*> rows;     // a row's position is its thread's index; rows are reused, never removed
 };
 constinit Immortal<ThreadTable> table VELL_GUARDED_BY(table_lock);
 
@@ -52,19 +52,6 @@ struct StartBlock {
     void* argument;
     char name[k_name_bytes];
 };
-
-thread_local char own_name[k_name_bytes];
-
-/// Leads to own_name in threads that the library started. The first look at a thread_local of a library that was
-/// loaded late allocates; the crash report cannot, when the crash happened inside the allocator.
-pthread_key_t own_name_key() noexcept {
-    static const pthread_key_t key = [] {
-        pthread_key_t made{};
-        if (pthread_key_create(&made, nullptr) != 0) made = PTHREAD_KEYS_MAX;
-        return made;
-    }();
-    return key;
-}
 
 /// Cuts to 31 characters and fills the rest with zeros.
 void copy_name(char* destination, const char* name) noexcept {
@@ -78,9 +65,7 @@ void* run_thread(void* argument) {
     auto* start = static_cast<StartBlock*>(argument);
     const StartBlock own = *start;
     delete start;
-    set_own_thread_name(own.name);
-    set_system_thread_name(own.name);
-    ensure_alternate_stack();
+    identify_thread(own.name);
     own.entry(own.argument);
     return nullptr;
 }
@@ -178,13 +163,25 @@ const char* name_from_table_in_crash() noexcept {
     return look_up_name(found);
 }
 
-}  // namespace
-
-void set_own_thread_name(const char* name) noexcept {
-    copy_name(own_name, name);
-    pthread_setspecific(own_name_key(), own_name);
+void unlock_after_fork() noexcept VELL_NO_LOCK_CHECK {
+    table_lock.unlock();
 }
 
+/// The child has none of the threads but the forking one: nobody can join or cancel the others.
+void forget_threads_in_child() noexcept VELL_NO_LOCK_CHECK {
+    for (Row* row : table.value.rows) {
+        row->is_being_joined = false;
+        if (pthread_equal(row->record.thread, pthread_self()) != 0) continue;
+        row->record.in_use = 0;
+        row->record.thread = pthread_t{};
+    }
+    new (&table_lock) Mutex;
+}
+
+const ForkEntry fork_entry(ForkOrder::thread_table, {[]() noexcept VELL_NO_LOCK_CHECK { table_lock.lock(); },
+                                                     unlock_after_fork, forget_threads_in_child});
+
+}  // namespace
 }  // namespace vell
 
 using vell::ScopedLock;
@@ -197,6 +194,10 @@ void mp_init_threads() noexcept {
 }
 
 void mp_close_threads() noexcept {
+    {
+        const ScopedLock lock(table_lock);
+        table.value.is_closing = true;
+    }
     VL_Thread::Destroy();
     const ScopedLock lock(table_lock);
     vl_vector<vell::Row*>& rows = table.value.rows;
@@ -209,13 +210,13 @@ void mp_close_threads() noexcept {
         delete rows[i];
     }
     rows.release();
-    table.value.is_open = false;
+    table.value.is_open = table.value.is_closing = false;
 }
 
 int32_t mp_start_thread(const char* name, mp_thread_entry entry, void* argument) noexcept {
     if (entry == nullptr) return -1;
     const ScopedLock lock(table_lock);
-    if (!table.value.is_open) return -1;
+    if (!table.value.is_open || table.value.is_closing) return -1;
     vell::Row* row = vell::take_row();
     if (row == nullptr) return -1;
     mp_thread_str& record = row->record;
@@ -268,7 +269,11 @@ bool mp_detach_thread(int32_t index) noexcept {
 }
 
 const char* mp_get_thread_name() noexcept {
-    if (const void* own = pthread_getspecific(vell::own_name_key()); own != nullptr)
-        return static_cast<const char*>(own);
+    if (const char* own = vell::own_thread_name(); own != nullptr) return own;
     return vell::is_reporting_crash() ? vell::name_from_table_in_crash() : vell::name_from_table();
+}
+
+bool mp_protect_thread(const char* name) noexcept {
+    if (name != nullptr && *name != '\0') vell::set_own_thread_name(name);
+    return vell::ensure_alternate_stack();
 }

@@ -5,7 +5,9 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <new>
 
+#include "platform/fork_handlers.h"
 #include "platform/immortal.h"
 #include "platform/lock.h"
 #include "platform/posix/file_calls.h"
@@ -21,6 +23,14 @@ constexpr uint32_t k_signal_bit = 0x80000000;
 
 Mutex children_lock;
 constinit Immortal<vl_vector<pid_t>> children;  // started and not waited for
+
+/// In a forked child they are nobody's children: only their parent can wait for them.
+const ForkEntry fork_entry(ForkOrder::children, {[]() noexcept VELL_NO_LOCK_CHECK { children_lock.lock(); },
+                                                 []() noexcept VELL_NO_LOCK_CHECK { children_lock.unlock(); },
+                                                 []() noexcept VELL_NO_LOCK_CHECK {
+                                                     children.value.release();
+                                                     new (&children_lock) Mutex;
+                                                 }});
 
 pid_t wait_for(pid_t child, int& status, int options) noexcept {
     pid_t ended = 0;

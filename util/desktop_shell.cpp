@@ -10,6 +10,7 @@
 #include <string>
 
 #include "platform/desktop.h"
+#include "platform/fork_handlers.h"
 #include "platform/hidden_names.h"
 #include "platform/known_folders.h"
 #include "platform/lock.h"
@@ -21,9 +22,11 @@ namespace {
 constexpr size_t k_locale_bytes = 64;  // of an identifier, terminator included
 
 Mutex locale_lock;
+const ForkEntry locale_fork_entry(ForkOrder::user_locale, locale_lock);
 char last_locale[k_locale_bytes] VELL_GUARDED_BY(locale_lock) = "en_US";
 
 Mutex volumes_lock;
+const ForkEntry volumes_fork_entry(ForkOrder::volumes, volumes_lock);
 std::set<std::string>* kept_paths VELL_GUARDED_BY(volumes_lock) = nullptr;  // mount points that hosts have pointers to
 
 /// What a pool is on a system that needs none: an address to hand out.

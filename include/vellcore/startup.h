@@ -23,6 +23,18 @@
 [[nodiscard]] VELL_API bool vl_initialize(const char* application_name, const char* data_path, int32_t argument_count,
                                           const char* const* argument_vector) noexcept;
 
+/// fork(): a child has the state of its parent and one thread. Every call of the library works in it, with these rules.
+/// The worker, pool and transfer threads stay the parent's: objects that were queued are run by the parent, jobs of the
+/// pool run on their callers, transfers that were in flight are read again or, writes, end with ECANCELED; a new worker
+/// and new transfer threads start when they are wanted. Threads of mp_start_thread can be neither joined nor cancelled.
+/// Log lines go into the parent's log, a crash report to what was standard error before start-up, until the child opens
+/// a log of its own. HTTP and WebSocket connections stay the parent's. The instance claim too. vl_closedown closes the
+/// child's copies only. A heap or the table of libraries that a host's callback or a library's constructor on another
+/// thread held for a second when fork was called is lost in the child: its calls fail there. Desktop services may hang
+/// in the child when another thread was inside one. vfork and posix_spawn are not concerned.
+/// @waits   fork waits until the library's locks are free: for the calls of other threads that are under way, at most
+///          a second for host code that runs under one. Do not call the library from handlers of pthread_atfork.
+
 /// The short form for tools: no instance claim, signal handlers, banner, language or processing pool; the log goes
 /// to the standard error stream at level MSG_WARN. Sets the file-creation mask to 0.
 ///
@@ -31,8 +43,9 @@
 /// @return  true.
 VELL_API bool vl_fast_initialize(const char* executable_path, bool allocate_heaps) noexcept;
 
-/// Stops every service. No pool job may be running and no other thread may be inside a heap call. Harmless when
-/// nothing was started, and a second time.
+/// Stops every service. No pool job may be running and no other thread may be inside a heap call. Restores the signal
+/// handlers that vl_initialize replaced, except those that the host has replaced since. Harmless when nothing was
+/// started, and a second time.
 VELL_API void vl_closedown() noexcept;
 
 /// Copies the running module's full path.
@@ -44,12 +57,15 @@ VELL_API bool vl_modulename(char* destination, int32_t length) noexcept;
 
 /// Writes the crash report into the log: "Fatal Error, Exception: 0x%08x, Thread: %s" between two lines of stars.
 /// The thread that started the library and has no name in the thread table is called "VL-Main".
-/// Under sig_handler it never waits long: after 100 ms on a lock that another thread holds it goes on without it, and
-/// a line that the log's descriptor does not take within 100 ms is dropped.
+/// Under sig_handler it never waits long: after 100 ms on a lock that another thread holds it goes on without it. There
+/// the report goes to standard error when the log is closed, switched off by a negative level or has a stream without a
+/// descriptor, and a line that the log's descriptor does not take within 100 ms does as well.
 /// @return  0.
 VELL_API int32_t vellExceptionFilter(int32_t code, void* ignored) noexcept;
 
-/// What the fatal signals lead to: writes the crash report and ends the process by abort.
+/// What the fatal signals lead to: writes the crash report and ends the process by abort. Other signals wait on its
+/// thread meanwhile. A thread of the host's own should call mp_protect_thread first thing: without it a stack overflow
+/// on that thread ends the process without a report.
 [[noreturn]] VELL_API void sig_handler(int signal_number) noexcept;
 
 /// The answer of the instance claim's port: `message_data` as it came.

@@ -139,7 +139,16 @@ VELL_API bool mp_join_thread(int32_t index);
 /// Lets the thread run on by itself and frees its index. False for an index that is not in use or being joined.
 VELL_API bool mp_detach_thread(int32_t index) noexcept;
 
-/// The calling thread's name, or "Unknown" for a thread that the library did not start.
+/// Prepares a thread that the host started itself for crash reports: gives it a name, and an alternate signal stack, so
+/// that its stack overflow is reported as well. Threads of mp_start_thread and the thread of vl_initialize have both.
+///
+/// @param name  at most 31 bytes are kept; mp_get_thread_name answers it from then on. Null or empty changes nothing.
+/// @return  true when the thread has an alternate stack, also one that it had before; false when memory is short.
+/// @owner   the stack is freed when the thread ends. To be called once, first thing on the thread; repeating it is
+///          harmless. Never waits.
+VELL_API bool mp_protect_thread(const char* name) noexcept;
+
+/// The calling thread's name, or "Unknown" for a thread that neither the library started nor mp_protect_thread named.
 /// Kept: a thread keeps its name after it was detached; a foreign thread whose system handle equals that of an ended
 /// thread may be told that thread's name.
 /// @return  a text that stays valid for the calling thread until its next call.

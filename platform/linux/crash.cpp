@@ -15,7 +15,13 @@ namespace {
 
 // Signal numbers 4, 9, 11, 12 and 15 are the contract. 12 is a bad system call on one system and SIGUSR2 here, whose
 // default action ends the process as well, so both are taken.
-constexpr int k_fatal_signals[] = {SIGILL, SIGKILL, SIGSEGV, SIGUSR2, SIGTERM, SIGSYS};
+struct Redirection {
+    int signal_number;
+    void (*handler)(int);  // ours; null while not redirected
+    struct sigaction previous;
+};
+Redirection redirections[] = {{SIGILL, nullptr, {}},  {SIGKILL, nullptr, {}}, {SIGSEGV, nullptr, {}},
+                              {SIGUSR2, nullptr, {}}, {SIGTERM, nullptr, {}}, {SIGSYS, nullptr, {}}};
 
 std::atomic<bool> crash_reported{false};
 std::atomic<pthread_t> crashing_thread{};
@@ -39,14 +45,12 @@ struct StackKey {
     bool usable = false;
 };
 
-const StackKey& stack_key() noexcept {
-    static const StackKey made = [] {
-        StackKey fresh;
-        fresh.usable = pthread_key_create(&fresh.key, release_alternate_stack) == 0;
-        return fresh;
-    }();
+/// Made while the library is loaded.
+const StackKey stack_key = [] {
+    StackKey made;
+    made.usable = pthread_key_create(&made.key, release_alternate_stack) == 0;
     return made;
-}
+}();
 
 }  // namespace
 
@@ -54,23 +58,38 @@ void install_fatal_handlers(void (*handler)(int)) noexcept {
     struct sigaction action {};
     action.sa_handler = handler;
     action.sa_flags = SA_ONSTACK;
-    sigemptyset(&action.sa_mask);
-    for (const int signal_number : k_fatal_signals)
-        sigaction(signal_number, &action, nullptr);
+    sigfillset(&action.sa_mask);
+    for (Redirection& each : redirections) {
+        struct sigaction previous {};
+        if (sigaction(each.signal_number, &action, &previous) != 0 || each.handler != nullptr) continue;
+        each.previous = previous;
+        each.handler = handler;
+    }
 }
 
-void ensure_alternate_stack() noexcept {
+void restore_fatal_handlers() noexcept {
+    for (Redirection& each : redirections) {
+        if (each.handler == nullptr) continue;
+        struct sigaction present {};
+        if (sigaction(each.signal_number, nullptr, &present) == 0 && present.sa_handler == each.handler)
+            sigaction(each.signal_number, &each.previous, nullptr);
+        each.handler = nullptr;
+    }
+}
+
+bool ensure_alternate_stack() noexcept {
     stack_t present{};
-    if (sigaltstack(nullptr, &present) != 0 || (present.ss_flags & SS_DISABLE) == 0) return;
-    const StackKey& owner = stack_key();
-    if (!owner.usable) return;
+    if (sigaltstack(nullptr, &present) != 0) return false;
+    if ((present.ss_flags & SS_DISABLE) == 0) return true;
+    if (!stack_key.usable) return false;
     void* memory = mmap(nullptr, alternate_stack_bytes(), PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-    if (memory == MAP_FAILED) return;
+    if (memory == MAP_FAILED) return false;
     stack_t fresh{};
     fresh.ss_sp = memory;
     fresh.ss_size = alternate_stack_bytes();
-    if (sigaltstack(&fresh, nullptr) != 0 || pthread_setspecific(owner.key, memory) != 0)
-        release_alternate_stack(memory);
+    if (sigaltstack(&fresh, nullptr) == 0 && pthread_setspecific(stack_key.key, memory) == 0) return true;
+    release_alternate_stack(memory);
+    return false;
 }
 
 bool begin_crash_report() noexcept {

@@ -7,7 +7,6 @@
 #include "platform/instance_claim.h"
 
 #include <fcntl.h>
-#include <pthread.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -18,6 +17,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+
+#include "platform/fork_handlers.h"
 
 namespace vell {
 namespace {
@@ -33,6 +34,8 @@ void close_claims_in_child() noexcept {
     for (std::atomic<int>& held : held_claims)
         if (const int descriptor = held.exchange(-1); descriptor >= 0) close(descriptor);
 }
+
+const ForkEntry fork_entry(ForkOrder::instance_claim, {nullptr, nullptr, close_claims_in_child});
 
 /// A folder that belongs to the caller and that nobody else can write to.
 bool is_own_folder(const char* path) noexcept {
@@ -93,8 +96,6 @@ int open_claim_file(const char* path) noexcept {
 }
 
 void remember_claim(int descriptor) noexcept {
-    static const int registered = pthread_atfork(nullptr, nullptr, close_claims_in_child);
-    static_cast<void>(registered);
     for (std::atomic<int>& held : held_claims) {
         int free_place = -1;
         if (held.compare_exchange_strong(free_place, descriptor)) return;

@@ -1,4 +1,4 @@
-#include "platform/thread_name.h"
+#include "platform/thread_identity.h"
 
 #include <pthread.h>
 

@@ -20,16 +20,24 @@ timespec deadline_after(int64_t limit_ns, clockid_t clock = CLOCK_MONOTONIC) noe
     return deadline;
 }
 
+bool lock_native_within(pthread_mutex_t& mutex, int64_t limit_ns) noexcept {
+#if defined(__SANITIZE_THREAD__)  // It does not see a lock that is taken by clocklock.
+    const timespec deadline = deadline_after(limit_ns, CLOCK_REALTIME);
+    return pthread_mutex_timedlock(&mutex, &deadline) == 0;
+#else
+    const timespec deadline = deadline_after(limit_ns);
+    return pthread_mutex_clocklock(&mutex, CLOCK_MONOTONIC, &deadline) == 0;
+#endif
+}
+
 }  // namespace
 
 bool Mutex::lock_within(int64_t limit_ns) noexcept {
-#if defined(__SANITIZE_THREAD__)  // It does not see a lock that is taken by clocklock.
-    const timespec deadline = deadline_after(limit_ns, CLOCK_REALTIME);
-    return pthread_mutex_timedlock(&native_, &deadline) == 0;
-#else
-    const timespec deadline = deadline_after(limit_ns);
-    return pthread_mutex_clocklock(&native_, CLOCK_MONOTONIC, &deadline) == 0;
-#endif
+    return lock_native_within(native_, limit_ns);
+}
+
+bool lock_within(__mutex_str& mutex, int64_t limit_ns) noexcept VELL_NO_LOCK_CHECK {
+    return lock_native_within(mutex.native, limit_ns);
 }
 
 bool Condition::wait_for(Mutex& mutex, int64_t limit_ns) noexcept {

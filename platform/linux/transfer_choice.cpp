@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "platform/first_use.h"
 #include "platform/transfer_backend.h"
 
 namespace vell {
@@ -18,8 +19,10 @@ const TransferBackend& choose() noexcept {
 }  // namespace
 
 const TransferBackend& preferred_backend() noexcept {
-    static const TransferBackend& chosen = choose();
-    return chosen;
+    static constinit FirstUse choice;
+    static constinit const TransferBackend* chosen = nullptr;
+    choice.run([] { chosen = &choose(); });
+    return *chosen;
 }
 
 }  // namespace vell

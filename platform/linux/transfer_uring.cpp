@@ -12,6 +12,7 @@
 #include <cerrno>
 #include <new>
 
+#include "platform/first_use.h"
 #include "platform/lock.h"
 #include "platform/posix/file_calls.h"
 #include "platform/transfer_backend.h"
@@ -247,7 +248,9 @@ bool has_ring() noexcept {
 }  // namespace
 
 const TransferBackend* ring_backend() noexcept {
-    static const bool is_usable = has_ring();
+    static constinit FirstUse probe;
+    static constinit bool is_usable = false;
+    probe.run([] { is_usable = has_ring(); });
     return is_usable ? &k_ring : nullptr;
 }
 

@@ -25,7 +25,6 @@
 #include <cstdio>
 #include <new>
 
-#include "platform/lock.h"
 #include "platform/posix/file_calls.h"
 
 namespace vell {
@@ -34,7 +33,6 @@ struct UncachedFile {
     dev_t device = 0;  // which file this is; the descriptor might be closed and reused behind our back
     ino_t inode = 0;
     uint64_t alignment = 0;              // of memory, offset and length in direct transfers, bytes
-    Mutex twin_lock;                     // held while the twin is opened
     std::atomic<int> twin{-1};           // descriptor with O_DIRECT, -1 while not open
     std::atomic<bool> no_direct{false};  // the file system refused, or a twin cannot be had
     std::atomic<bool> no_drop_behind{false};
@@ -73,13 +71,17 @@ int open_twin(int descriptor) noexcept {
 int twin_of(UncachedFile& file, int descriptor) noexcept {
     const int present = file.twin.load(std::memory_order_acquire);
     if (present >= 0) return present;
-    const ScopedLock lock(file.twin_lock);
-    if (file.twin.load(std::memory_order_relaxed) < 0 && !file.no_direct.load(std::memory_order_relaxed)) {
-        const int opened = open_twin(descriptor);
-        if (opened < 0) file.no_direct.store(true, std::memory_order_relaxed);
-        file.twin.store(opened, std::memory_order_release);
+    if (file.no_direct.load(std::memory_order_relaxed)) return -1;
+    const int opened = open_twin(descriptor);
+    if (opened < 0) {
+        file.no_direct.store(true, std::memory_order_relaxed);
+        return -1;
     }
-    return file.twin.load(std::memory_order_relaxed);
+    // Without a lock, which a fork would have to wait for: of two threads that open one, the second closes its own.
+    int none = -1;
+    if (file.twin.compare_exchange_strong(none, opened, std::memory_order_acq_rel)) return opened;
+    file_calls.close(opened);
+    return none;
 }
 
 /// How much of the piece can be direct, bytes.

@@ -1,5 +1,7 @@
 #include "platform/curl_library.h"
 
+#include "platform/first_use.h"
+
 #include <dlfcn.h>
 
 namespace vell {
@@ -46,7 +48,9 @@ bool find_all() noexcept {
 constinit CurlCalls curl;
 
 bool load_curl() noexcept {
-    static const bool is_loaded = find_all();
+    static constinit FirstUse first_call;
+    static constinit bool is_loaded = false;
+    first_call.run([] { is_loaded = find_all(); });
     return is_loaded;
 }
 

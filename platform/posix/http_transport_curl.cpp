@@ -8,6 +8,7 @@
 #include <new>
 
 #include "platform/curl_library.h"
+#include "platform/first_use.h"
 #include "platform/http_transport.h"
 #include "platform/lock.h"
 
@@ -321,7 +322,9 @@ private:
 
 std::unique_ptr<HttpTransport> make_curl_transport() noexcept {
     // Never undone: the host may use the library too.
-    static const bool is_ready = load_curl() && curl.global_init(CURL_GLOBAL_DEFAULT) == CURLE_OK;
+    static constinit FirstUse first_transport;
+    static constinit bool is_ready = false;
+    first_transport.run([] { is_ready = load_curl() && curl.global_init(CURL_GLOBAL_DEFAULT) == CURLE_OK; });
     if (!is_ready) return nullptr;
     auto* transport = new (std::nothrow) CurlTransport;
     if (transport == nullptr || transport->is_good()) return std::unique_ptr<HttpTransport>(transport);

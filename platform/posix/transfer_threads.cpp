@@ -8,11 +8,10 @@
 #include <cerrno>
 #include <new>
 
-#include "platform/crash.h"
 #include "platform/lock.h"
 #include "platform/posix/file_calls.h"
 #include "platform/posix/signals_blocked.h"
-#include "platform/thread_name.h"
+#include "platform/thread_identity.h"
 #include "platform/transfer_backend.h"
 
 namespace vell {
@@ -111,8 +110,7 @@ void* run_thread(void* argument) {
     const ThreadStart mine = *start;
     delete start;
     pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
-    set_system_thread_name(mine.name);
-    ensure_alternate_stack();
+    identify_thread(mine.name);
     mine.entry();
     return nullptr;
 }

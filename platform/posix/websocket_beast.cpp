@@ -30,7 +30,7 @@
 #include "platform/posix/open_links.h"
 #include "platform/posix/signals_blocked.h"
 #include "platform/posix/websocket_pipe.h"
-#include "platform/thread_name.h"
+#include "platform/thread_identity.h"
 #include "platform/websocket_transport.h"
 
 namespace vell {
@@ -218,7 +218,7 @@ bool Link::start() noexcept {
 }
 
 void* Link::thread_entry(void* link) noexcept {
-    set_system_thread_name("VL_WebSocket");
+    identify_thread("VL_WebSocket");
     const std::unique_ptr<Link> owned(static_cast<Link*>(link));
     owned->run_as_owner();
     owned->stream_.reset();

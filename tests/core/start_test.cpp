@@ -13,6 +13,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <functional>
+#include <initializer_list>
 #include <thread>
 
 #include "platform/transfer_backend.h"
@@ -43,6 +44,9 @@ protected:
     pid_t spawn(const std::function<int()>& host, std::vector<const char*> switches = {}) const {
         const pid_t child = fork();
         if (child != 0) return child;
+        const int errors = open((folder_ / "errors").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+        dup2(errors, STDERR_FILENO);
+        close(errors);
         switches.insert(switches.begin(), "/opt/gantry/start_test");
         const auto count = static_cast<int32_t>(switches.size());
         if (!vl_initialize(k_application, "START_TEST_DATA", count, switches.data())) _exit(k_refused);
@@ -62,6 +66,8 @@ protected:
     }
 
     std::string log() const { return read_whole_file(folder_ / "Settings/logs/Start Test.log"); }
+    /// What went to the standard error stream that the host was started with.
+    std::string errors() const { return read_whole_file(folder_ / "errors"); }
 
     TemporaryFolder folder_;
 };
@@ -176,6 +182,23 @@ __attribute__((noinline)) int overflow(int depth) {
     return depth == INT_MAX ? 0 : overflow(depth + 1) + frame[0];
 }
 
+void forbid_core_dumps() {
+    const rlimit no_core{0, 0};
+    setrlimit(RLIMIT_CORE, &no_core);
+}
+
+/// Sends the process several fatal signals that arrive in one moment.
+int raise_together(std::initializer_list<int> signals) {
+    sigset_t set, before;
+    sigemptyset(&set);
+    for (const int each : signals)
+        sigaddset(&set, each);
+    pthread_sigmask(SIG_BLOCK, &set, &before);
+    for (const int each : signals)
+        raise(each);
+    return pthread_sigmask(SIG_SETMASK, &before, nullptr);
+}
+
 TEST_F(Start, EveryCrashIsReportedAndEndsByAbort) {
     struct Row {
         const char* label;
@@ -202,6 +225,14 @@ TEST_F(Start, EveryCrashIsReportedAndEndsByAbort) {
              return 0;
          },
          "Exception: 0x0000000b, Thread: Unknown"},
+        {"stack overflow on a thread of the host's",
+         [] {
+             std::thread([] {
+                 if (mp_protect_thread("Decoder")) overflow(0);
+             }).join();
+             return 0;
+         },
+         "Exception: 0x0000000b, Thread: Decoder"},
         {"on a transfer thread",
          [] {
              static vell::TransferJob job;
@@ -213,15 +244,39 @@ TEST_F(Start, EveryCrashIsReportedAndEndsByAbort) {
              job.ended = [](vell::TransferJob&) { *reinterpret_cast<volatile int*>(nowhere) = 1; };
              return vell::threads_backend.submit(job) == 0 ? pause() : 1;
          },
-         "Exception: 0x0000000b, Thread: Unknown"},
+         "Exception: 0x0000000b, Thread: VL-IO"},
         {"inside the log", [] { return msginfo("%s", reinterpret_cast<const char*>(uintptr_t{1})); },
+         "Exception: 0x0000000b, Thread: VL-Main"},
+        {"two signals at once: the first is reported, and to its end",
+         [] {
+             return raise_together({SIGTERM, SIGILL});
+         },
+         "Exception: 0x00000004, Thread: VL-Main"},
+        {"with the log switched off",
+         [] {
+             msg_setlevel(-1);
+             return raise(SIGSEGV);
+         },
+         "Exception: 0x0000000b, Thread: VL-Main"},
+        {"with the log closed, as at the end of shutdown",
+         [] {
+             msg_closedown();
+             return raise(SIGSEGV);
+         },
+         "Exception: 0x0000000b, Thread: VL-Main"},
+        {"with a log stream that has no descriptor",
+         [] {
+             char* text = nullptr;
+             size_t bytes = 0;
+             msg_initialize(open_memstream(&text, &bytes));
+             return raise(SIGSEGV);
+         },
          "Exception: 0x0000000b, Thread: VL-Main"},
     };
     for (const Row& row : rows) {
         EXPECT_EQ(run(
                       [&row] {
-                          const rlimit no_core{0, 0};
-                          setrlimit(RLIMIT_CORE, &no_core);
+                          forbid_core_dumps();
                           return row.crash();
                       },
                       {"-p2"}),
@@ -232,6 +287,42 @@ TEST_F(Start, EveryCrashIsReportedAndEndsByAbort) {
         EXPECT_NE(log().find("ERROR: " + stars + "\n"), std::string::npos) << row.label;
         EXPECT_NE(log().find(": " + stars + "\n"), std::string::npos) << row.label;
     }
+}
+
+TEST_F(Start, AfterShutdownACrashIsTheHostsOwn) {
+    EXPECT_EQ(run([] {
+                  forbid_core_dumps();
+                  vl_closedown();
+                  return raise(SIGSEGV);
+              }),
+              -SIGSEGV);
+    EXPECT_EQ(log().find("Fatal Error"), std::string::npos);
+}
+
+TEST_F(Start, AHandlerOfTheHostsOutlivesShutdown) {
+    EXPECT_EQ(run([] {
+                  struct sigaction own {};
+                  own.sa_handler = [](int) { _exit(42); };
+                  sigaction(SIGTERM, &own, nullptr);
+                  vl_closedown();
+                  return raise(SIGTERM);
+              }),
+              42);
+}
+
+TEST_F(Start, AForkedChildsCrashIsNotItsParents) {
+    EXPECT_EQ(run([] {
+                  forbid_core_dumps();
+                  const pid_t child = fork();
+                  if (child == 0) raise(SIGSEGV);
+                  const int result = wait_for(child);
+                  msginfo("the parent goes on");
+                  return result == -SIGABRT ? close_down() : 1;
+              }),
+              0);
+    EXPECT_EQ(log().find("Fatal Error"), std::string::npos);
+    EXPECT_NE(log().find("the parent goes on"), std::string::npos);
+    EXPECT_NE(errors().find("Exception: 0x0000000b, Thread: VL-Main"), std::string::npos) << errors();
 }
 
 TEST(ShortStart, ServesToolsWithoutAnInstanceClaim) {

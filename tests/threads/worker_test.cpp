@@ -117,25 +117,46 @@ TEST_F(Worker, CanBeEndedFromAnObjectItRuns) {
     SUCCEED() << "nothing hangs; whether the object ran depends on which worker it met";
 }
 
-TEST_F(Worker, ManyThreadsStartAndFlush) {
-    std::atomic<int> runs{0};
+/// With and without a thread that ends the worker all the time.
+class SharedWorker : public testing::TestWithParam<bool> {
+protected:
+    void SetUp() override { mp_init_threads(); }
+    void TearDown() override { mp_close_threads(); }
+};
+
+TEST_P(SharedWorker, RunsEveryObjectBeforeItsFlushReturns) {
+    constexpr int k_threads = 4, k_rounds = 200;
+    std::atomic<int> runs{0}, late{0};
     struct Count : VL_Thread {
         std::atomic<int>& runs;
+        std::atomic<bool> has_run{false};
         explicit Count(std::atomic<int>& counter) : runs(counter) {}
-        void Run() override { ++runs; }
+        void Run() override {
+            ++runs;
+            has_run = true;
+        }
     };
+    std::jthread ender;
+    if (GetParam())
+        ender = std::jthread([](const std::stop_token& stop) {
+            while (!stop.stop_requested())
+                VL_Thread::Destroy();
+        });
     {
         std::vector<std::jthread> threads;
-        for (int t = 0; t < 4; ++t)
-            threads.emplace_back([&runs] {
-                for (int i = 0; i < 100; ++i) {
+        for (int t = 0; t < k_threads; ++t)
+            threads.emplace_back([&] {
+                for (int i = 0; i < k_rounds; ++i) {
                     Count count(runs);
                     count.Start();
                     VL_Thread::Flush();
+                    late += !count.has_run;
                 }
             });
     }
-    EXPECT_EQ(runs, 400);
+    EXPECT_EQ(runs, k_threads * k_rounds);
+    EXPECT_EQ(late, 0);
 }
+INSTANTIATE_TEST_SUITE_P(Ended, SharedWorker, testing::Bool());
 
 }  // namespace
