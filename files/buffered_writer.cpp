@@ -11,6 +11,7 @@
 
 #include "files/buffered_common.h"
 #include "files/io_settings.h"
+#include "files/new_file.h"
 #include "files/transfer_table.h"
 #include "platform/lock.h"
 #include "vellcore/buffered_file_writer.h"
@@ -62,7 +63,8 @@ bool fWriteBuffer::open_file(const char* name, long long size, bool write_throug
     if (error_count != 0) discard_failed_file();
     error_count = 0;
     const bool is_uncached = write_through && io_settings.write_through.load(std::memory_order_relaxed);
-    const int created = io_create64(name, !is_uncached, static_cast<unsigned long long>(size));
+    const int created = must_be_new_ ? vell::create_new_file(name)
+                                     : io_create64(name, !is_uncached, static_cast<unsigned long long>(size));
     if (created < 1) return false;
     if (is_uncached) vell::descriptor_set_uncached(created);
     alignment = is_uncached ? io_settings.alignment.load(std::memory_order_relaxed)

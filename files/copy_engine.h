@@ -30,9 +30,13 @@ public:
 
     /// Null when memory is short.
     [[nodiscard]] fReadBuffer* reader() noexcept;
-    [[nodiscard]] fWriteBuffer* writer(size_t destination) noexcept;
+
+    /// Opens a destination. Null with errno when it cannot be opened; EEXIST for a file that must not be `replaced`.
+    [[nodiscard]] fWriteBuffer* open_writer(size_t destination, const char* path, bool replaced) noexcept;
 
 private:
+    [[nodiscard]] fWriteBuffer* writer(size_t destination) noexcept;
+
     std::unique_ptr<fReadBuffer> own_reader_;
     std::array<std::unique_ptr<fWriteBuffer>, k_most_destinations> own_writers_;
     fReadBuffer* reader_ = nullptr;
@@ -47,13 +51,14 @@ struct CopyJob {
     void* context = nullptr;                // of on_block
     unsigned long long* bytes_copied;       // grows by every block written to all destinations
     bool takes_empty_source = true;
+    bool overwrites = true;  // else a file that exists, or appears meanwhile, is left alone
 };
 
-enum class CopyFault { none, source_open, source_read, destination_open, write };
+enum class CopyFault { none, source_open, source_read, destination_open, destination_exists, write };
 
 struct CopyResult {
     CopyFault fault = CopyFault::none;
-    size_t destination = 0;             // of destination_open
+    size_t destination = 0;             // of destination_open and destination_exists
     unsigned long long last_block = 0;  // bytes of the block written last, or refused
 };
 

@@ -66,6 +66,7 @@ int report(const CopyResult& result, const char* source, unsigned long long byte
         case CopyFault::none:
             return k_done;
         case CopyFault::source_open:
+        case CopyFault::destination_exists:
         case CopyFault::destination_open:  // Kept: the text names the source.
             return fail(k_not_opened, "File Copy: failed to open '%s'\n", source);
         case CopyFault::source_read:

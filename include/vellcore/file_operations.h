@@ -207,7 +207,8 @@ typedef void (*file_copy_callback)(const void* data, unsigned long long length, 
 /// |   -4   | no destination, or one without a "/" or with a folder of  |                                          |
 /// |        | 1024 bytes or more                                        |                                          |
 /// |   -5   | a destination's folder cannot be made                     |                                          |
-/// |   -7   | a destination is a regular file and `overwrite` is false  | "destination file already exists!"       |
+/// |   -7   | a destination is a regular file and `overwrite` is false, | "destination file already exists!"       |
+/// |        | also one that appears meanwhile: it keeps its content     |                                          |
 /// |   -1   | the source cannot be opened, or is a pipe                 | "failed to open '%s'"                    |
 /// |   -3   | the source cannot be read, or became shorter              | "failed to read '%s'"                    |
 /// |   -2   | a destination cannot be created, or is a pipe             | "failed to create '%s'"                  |

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <fstream>
 #include <iterator>
 #include <string>
 #include <thread>
@@ -136,6 +137,40 @@ TEST(FileCopy, ChecksTheCommandBeforeItTouchesAnything) {
     EXPECT_EQ(file_copy(source.c_str(), no_list, false, bytes, nullptr, nullptr, nullptr, nullptr, false), -4);
     EXPECT_EQ(file_copy(source.c_str(), "", false, bytes, nullptr, nullptr, nullptr, nullptr, false), -4);
     EXPECT_EQ(read_whole_file(existing), "old");
+}
+
+/// Puts a rival's file at the path named in `rival_path` when it is first opened.
+std::string rival_path;
+int open_after_rival(const char* path, int flags, mode_t mode) {
+    if (path == rival_path && access(path, F_OK) != 0) std::ofstream(path) << "theirs";
+    return vell::system_file_calls.open(path, flags, mode);
+}
+
+TEST(FileCopy, LeavesAFileAloneThatAppearsAfterTheCheck) {
+    const TemporaryFolder folder;
+    const LogCapture log;
+    const std::string source = folder.write("source", "mine"), one = folder / "one", two = folder / "two";
+    ASSERT_EQ(symlink("two", (folder / "leads nowhere").c_str()), 0);
+    const struct {
+        const char* label;
+        std::vector<std::string> destinations;
+    } rows[] = {{"the only destination", {two}},
+                {"the second destination", {one, two}},
+                {"behind a link", {folder / "leads nowhere"}}};
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.label);
+        rival_path = two;
+        vell::file_calls.open = open_after_rival;
+        EXPECT_EQ(copy_to(source, row.destinations, /*overwrite*/ false, /*log*/ true), -7);
+        vell::file_calls = vell::system_file_calls;
+        EXPECT_EQ(log.lines().back(), "ERROR: File Copy: destination file already exists!");
+        EXPECT_EQ(read_whole_file(two), "theirs");
+        unlink(two.c_str());
+        unlink(one.c_str());
+    }
+    EXPECT_EQ(copy_to(source, {folder / "leads nowhere", "/dev/null", two}), 0) << "nobody else came";
+    EXPECT_EQ(read_whole_file(two), "mine");
+    EXPECT_EQ(copy_to(source, {folder.path()}), -2);
 }
 
 TEST(FileCopy, NamesTheFileThatCannotBeOpened) {
