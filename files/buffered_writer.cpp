@@ -14,6 +14,7 @@
 #include "files/new_file.h"
 #include "files/transfer_table.h"
 #include "platform/lock.h"
+#include "platform/posix/durable_file.h"
 #include "vellcore/buffered_file_writer.h"
 #include "vellcore/file_io.h"
 #include "vellcore/file_operations.h"
@@ -92,6 +93,8 @@ bool fWriteBuffer::open_file(const char* name, long long size, bool write_throug
 void fWriteBuffer::close_descriptor() noexcept {
     const bool is_cut = io_set_filesize64(file_handle, file_size);
     const int error = errno;
+    if (syncs_on_close_ && vell::sync_file(file_handle) != 0) ++error_count;
+    syncs_on_close_ = false;
     if (close_on_close) io_close64(file_handle);
     errno = error;
     if (!is_cut) msg_os_error("Writebuffer set FileSize");

@@ -30,14 +30,16 @@ fWriteBuffer* CopyTools::writer(size_t destination) noexcept {
     return writers_[destination] = made.get();
 }
 
-fWriteBuffer* CopyTools::open_writer(size_t destination, const char* path, bool replaced) noexcept {
+fWriteBuffer* CopyTools::open_writer(const CopyJob& job, size_t destination) noexcept {
     fWriteBuffer* opened = writer(destination);
     errno = 0;
     if (opened == nullptr) return nullptr;
-    opened->must_be_new_ = !replaced;
-    const bool is_open = opened->open_file(path, 0, /*write_through*/ true);
+    opened->must_be_new_ = !job.overwrites;
+    const bool is_open = opened->open_file(job.destinations[destination], 0, /*write_through*/ true);
     opened->must_be_new_ = false;
-    return is_open ? opened : nullptr;
+    if (!is_open) return nullptr;
+    opened->syncs_on_close_ = job.is_flushed;
+    return opened;
 }
 
 namespace {
@@ -119,7 +121,7 @@ CopyFault Copy::open_destination(size_t index) noexcept {
         if (is_known({facts.st_dev, facts.st_ino})) return CopyFault::none;
         if (is_pipe(facts)) return CopyFault::destination_open;
     }
-    fWriteBuffer* writer = tools_.open_writer(index, path, job_.overwrites);
+    fWriteBuffer* writer = tools_.open_writer(job_, index);
     if (writer == nullptr) {
         const bool has_appeared = !job_.overwrites && errno == EEXIST;
         return has_appeared ? CopyFault::destination_exists : CopyFault::destination_open;

@@ -169,6 +169,7 @@ private:
     vell::Transfer* direct_[k_most_direct] = {};  // direct writes in flight, oldest first
     int direct_count_ = 0;
     bool must_be_new_ = false;            // open_file leaves a file that exists alone and fails with EEXIST
+    bool syncs_on_close_ = false;         // the next final close flushes the file; a failure counts as an error
     unsigned long long buffer_room_ = 0;  // bytes that may be written from the start of a buffer
 };
 

@@ -5,7 +5,10 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <string>
@@ -311,6 +314,55 @@ TEST(FileCopySecure, DigestsWhatItCopiesAndComparesWhatItWrote) {
             EXPECT_EQ(same_digest(run.md5, digest_of(data)), flags != 0);
         }
     }
+}
+
+/// The names of what was flushed, in order; the flush of `refused_flush` fails.
+std::vector<std::string> flushed;
+std::string refused_flush;
+int record_flush(int descriptor) {
+    char path[4096] = {};
+    struct stat facts {};
+    if (readlink(("/proc/self/fd/" + std::to_string(descriptor)).c_str(), path, sizeof path - 1) < 0) std::abort();
+    if (fstat(descriptor, &facts) != 0) std::abort();
+    const std::string name = path;
+    flushed.push_back(S_ISREG(facts.st_mode) ? name + ":" + std::to_string(facts.st_size) : name);
+    if (name != refused_flush) return vell::system_file_calls.fsync(descriptor);
+    errno = EIO;
+    return -1;
+}
+
+TEST(FileCopySecure, IsOnTheDiskBeforeItSucceeds) {
+    const TemporaryFolder temporary;
+    const std::string root = std::filesystem::canonical(temporary.path());
+    const std::string source = temporary.write("source", "a few bytes"), copy = root + "/a/b/copy";
+    ASSERT_EQ(symlink((root + "/linked").c_str(), (root + "/link").c_str()), 0);
+    vell::file_calls.fsync = record_flush;
+    const std::vector<std::string> all = {copy + ":11", root + "/a/b", root + "/a", root};
+    for (const std::string& refused : {copy, root + "/a/b", root + "/a", root}) {
+        flushed.clear();
+        std::filesystem::remove_all(root + "/a");
+        refused_flush = refused;
+        EXPECT_EQ(secure_copy(source, copy, 3).result, -4) << refused;
+        EXPECT_EQ(get_error_file_copy_secure(-4, false),
+                  "File Copy: write error of " + source + " between 11 and 22 \n");
+    }
+    EXPECT_EQ(flushed, all);
+    refused_flush.clear();
+    for (const unsigned flags : {0U, 1U, 3U}) {
+        flushed.clear();
+        EXPECT_EQ(secure_copy(source, copy, flags).result, 0);
+        EXPECT_EQ(flushed, (std::vector<std::string>{copy + ":11", root + "/a/b"})) << "the folders were there";
+    }
+    flushed.clear();
+    EXPECT_EQ(secure_copy(source, root + "/link", 1).result, 0);
+    EXPECT_EQ(flushed, (std::vector<std::string>{root + "/linked:11", root})) << "where the link leads";
+    flushed.clear();
+    EXPECT_EQ(secure_copy(source, "/dev/null", 1).result, 0) << "a device knows no flush";
+    EXPECT_EQ(copy_to(source, {copy}, /*overwrite*/ true), 0);
+    flushed.clear();
+    EXPECT_EQ(copy_to(source, {copy}, /*overwrite*/ true), 0);
+    EXPECT_TRUE(flushed.empty()) << "a plain copy forces nothing";
+    vell::file_calls = vell::system_file_calls;
 }
 
 TEST(FileCopySecure, ComparesWithTheCallersDigestWhenItComputesNone) {
