@@ -72,7 +72,8 @@ public:
     CopyResult run() noexcept {
         if (!open_source()) return {CopyFault::source_open};
         const bool has_data = !next_piece().empty();
-        if (!has_data && (reader_->file_size != 0 || !job_.takes_empty_source)) return {CopyFault::source_read};
+        const bool is_empty = reader_->file_size == 0 && !reader_->block_failed();
+        if (!has_data && !(is_empty && job_.takes_empty_source)) return {CopyFault::source_read};
         for (size_t i = 0; i < job_.destination_count; ++i) {
             const CopyFault fault = open_destination(i);
             if (fault != CopyFault::none) return {fault, i};

@@ -215,7 +215,8 @@ typedef void (*file_copy_callback)(const void* data, unsigned long long length, 
 /// |   -8   | a write failed, also one that shows only at closing       |                                          |
 ///
 /// A destination that is the source itself under another name (a link, another spelling) is not written and keeps its
-/// content; so is one that is an earlier destination. An empty source makes empty destinations.
+/// content; so is one that is an earlier destination. An empty source makes empty destinations; a regular file that
+/// tells a size of 0 and has content (the system's information files, as in /proc) is copied until it ends.
 ///
 /// @param destinations  paths, ended by null or an empty text; at least one.
 /// @param bytes_copied  grows by the length of every block that was written everywhere; not reset.

@@ -22,6 +22,7 @@
 #include "vellcore/buffered_file_reader.h"
 #include "vellcore/buffered_file_writer.h"
 #include "vellcore/file_operations.h"
+#include "vellcore/folder_copy.h"
 #include "vellcore/verified_copy.h"
 
 namespace {
@@ -271,6 +272,53 @@ TEST(FileCopy, TellsOfEveryFailedCallOrCopiesEverything) {
         EXPECT_GE(failures, 3);
         EXPECT_EQ(read_whole(source), data);
     }
+}
+
+TEST(FileCopy, CopiesFilesThatTellNoSizeUntilTheyEnd) {
+    const TemporaryFolder folder;
+    const std::string copy = folder / "copy";
+    for (const std::string source : {"/proc/version", "/proc/kallsyms"}) {  // less than a block, several blocks
+        SCOPED_TRACE(source);
+        const auto content = read_whole(source);
+        if (content.empty()) GTEST_SKIP() << source << " cannot be read here";
+        EXPECT_EQ(copy_to(source, {copy}, true), 0);
+        EXPECT_TRUE(read_whole(copy) == content);
+        const Secure run = secure_copy(source, copy, 3);
+        EXPECT_EQ(run.result, 0);
+        EXPECT_EQ(run.bytes, content.size());
+        EXPECT_TRUE(same_digest(run.md5, digest_of(content)));
+        unsigned long long bytes = 0;
+        EXPECT_EQ(vl_filecopy(source.c_str(), copy.c_str(), false, bytes), 0);
+        EXPECT_EQ(bytes, content.size());
+        fReadBuffer reader(-1);  // one buffer, which can go back
+        ASSERT_TRUE(reader.open_file(source.c_str(), true, true, true));
+        std::vector<unsigned char> twice(content.size());
+        for (int round = 0; round < 2; ++round) {
+            EXPECT_EQ(reader.read_file(twice.data(), 1, content.size()), content.size());
+            EXPECT_TRUE(twice == content);
+            EXPECT_EQ(reader.getNextBlock(), 0U);
+            EXPECT_TRUE(reader.set_position(0));
+        }
+    }
+    EXPECT_EQ(copy_to("/dev/zero", {copy}, true), 0) << "a device that tells no size has nothing to read";
+    EXPECT_TRUE(read_whole(copy).empty());
+    EXPECT_EQ(copy_to("/proc/self/mem", {folder / "none"}), -3) << "its first byte cannot be read";
+    EXPECT_FALSE(file_exists((folder / "none").c_str()));
+}
+
+TEST(FileCopy, CopiesOfAGrowingFileWhatItHeldAtFirst) {
+    const TemporaryFolder folder;
+    const std::string source = folder / "source";
+    const auto data = pattern(k_odd_bytes);
+    unsigned long long bytes = 0;
+    write_whole(source, data);
+    const auto grow = [](const void*, unsigned long long, void* path) {
+        std::ofstream(static_cast<const char*>(path), std::ios::app | std::ios::binary) << "more";
+    };
+    EXPECT_EQ(file_copy(source.c_str(), (folder / "copy").c_str(), true, bytes, nullptr, nullptr, grow,
+                        const_cast<char*>(source.c_str()), false),
+              0);
+    EXPECT_EQ(read_whole(folder / "copy"), data);
 }
 
 TEST(FileCopy, DoesNotCallAShortenedSourceWhole) {
