@@ -1,6 +1,7 @@
 // The buffered reader's files, positions and typed reads. The blocks themselves come from buffered_reader_blocks.cpp.
 
 #include <fcntl.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <bit>
@@ -11,6 +12,7 @@
 
 #include "files/buffered_common.h"
 #include "files/io_settings.h"
+#include "platform/posix/file_calls.h"
 #include "vellcore/buffered_file_reader.h"
 #include "vellcore/file_io.h"
 #include "vellcore/heap_set.h"
@@ -28,6 +30,16 @@ static_assert(offsetof(fReadBuffer, buffer_count) == 1296 && offsetof(fReadBuffe
 static_assert(offsetof(fReadBuffer, cursor) == 1336 && offsetof(fReadBuffer, swap) == 1344);
 #pragma GCC diagnostic pop
 
+namespace {
+
+/// True for a regular file. One that tells a size of 0 may have content all the same.
+bool is_regular(int descriptor) noexcept {
+    struct stat facts {};
+    return vell::file_calls.fstat(descriptor, &facts) == 0 && S_ISREG(facts.st_mode);
+}
+
+}  // namespace
+
 fReadBuffer::fReadBuffer(int handle) noexcept
     : file_handle(handle),
       close_on_close(handle == -1),
@@ -39,6 +51,7 @@ fReadBuffer::fReadBuffer(int handle) noexcept
     file_size = io_get_filesize64(handle, nullptr);
     if (file_size == ~0ULL) file_size = 0;
     failed = file_size == 0;
+    has_unknown_size_ = file_size == 0 && is_regular(handle);
 }
 
 fReadBuffer::~fReadBuffer() {
@@ -61,6 +74,7 @@ bool fReadBuffer::open_file(const char* name, bool shared, bool prefetch, bool d
         return false;
     }
     file_handle = opened;
+    has_unknown_size_ = file_size == 0 && is_regular(opened);
     vell::store_path(file_name, name);
     failed = false;
     close_on_close = true;
@@ -79,7 +93,7 @@ bool fReadBuffer::close_file() noexcept {
     cursor = nullptr;
     current_slot = 0;
     next_slot = buffer_count >= 2 ? 1 : 0;
-    is_broken_ = false;
+    is_broken_ = has_unknown_size_ = false;
     return true;
 }
 

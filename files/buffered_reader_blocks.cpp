@@ -194,10 +194,29 @@ bool fReadBuffer::read_synchronously() noexcept {
     return true;
 }
 
+/// The next block of a file that does not tell its size. A transfer is only short at the end of the file.
+bool fReadBuffer::read_until_end() noexcept {
+    const unsigned long long nominal = next_read_position == 0 ? first_block_size : block_size;
+    const unsigned long long wanted = std::min<unsigned long long>(vell::round_up(nominal, alignment), allocated_size);
+    const vell::TransferResult result = vell::transfer_counted(
+        {file_handle, /*is_write*/ false, slots[current_slot].data, static_cast<int64_t>(next_read_position), wanted});
+    if (result.error != 0) {
+        is_broken_ = has_failed_block_ = true;
+        return false;
+    }
+    block_length = result.moved;
+    has_unknown_size_ = block_length == wanted;
+    read_ahead_position = next_read_position + block_length;
+    file_size = std::max(file_size, read_ahead_position);
+    settle_padding(current_slot, block_length, block_length, wanted);
+    return block_length != 0;
+}
+
 bool fReadBuffer::fetch() noexcept {
     if (is_prefetched_ && next_read_position == 0) return take_prefetched();
     if (is_prefetched_) end_requests();
     if (sequential) slots[current_slot].valid_length = 0;
+    if (has_unknown_size_) return read_until_end();
     if (slots[next_slot].valid_length != 0) return take_read_ahead();
     if (buffer_count >= 2 && next_read_position == 0 && first_block_size == block_size) return take_first_fill();
     return read_synchronously();

@@ -11,8 +11,10 @@
 
 #include "files/buffered_common.h"
 #include "files/io_settings.h"
+#include "files/new_file.h"
 #include "files/transfer_table.h"
 #include "platform/lock.h"
+#include "platform/posix/durable_file.h"
 #include "vellcore/buffered_file_writer.h"
 #include "vellcore/file_io.h"
 #include "vellcore/file_operations.h"
@@ -62,7 +64,8 @@ bool fWriteBuffer::open_file(const char* name, long long size, bool write_throug
     if (error_count != 0) discard_failed_file();
     error_count = 0;
     const bool is_uncached = write_through && io_settings.write_through.load(std::memory_order_relaxed);
-    const int created = io_create64(name, !is_uncached, static_cast<unsigned long long>(size));
+    const int created = must_be_new_ ? vell::create_new_file(name)
+                                     : io_create64(name, !is_uncached, static_cast<unsigned long long>(size));
     if (created < 1) return false;
     if (is_uncached) vell::descriptor_set_uncached(created);
     alignment = is_uncached ? io_settings.alignment.load(std::memory_order_relaxed)
@@ -90,6 +93,8 @@ bool fWriteBuffer::open_file(const char* name, long long size, bool write_throug
 void fWriteBuffer::close_descriptor() noexcept {
     const bool is_cut = io_set_filesize64(file_handle, file_size);
     const int error = errno;
+    if (syncs_on_close_ && vell::sync_file(file_handle) != 0) ++error_count;
+    syncs_on_close_ = false;
     if (close_on_close) io_close64(file_handle);
     errno = error;
     if (!is_cut) msg_os_error("Writebuffer set FileSize");

@@ -30,6 +30,18 @@ fWriteBuffer* CopyTools::writer(size_t destination) noexcept {
     return writers_[destination] = made.get();
 }
 
+fWriteBuffer* CopyTools::open_writer(const CopyJob& job, size_t destination) noexcept {
+    fWriteBuffer* opened = writer(destination);
+    errno = 0;
+    if (opened == nullptr) return nullptr;
+    opened->must_be_new_ = !job.overwrites;
+    const bool is_open = opened->open_file(job.destinations[destination], 0, /*write_through*/ true);
+    opened->must_be_new_ = false;
+    if (!is_open) return nullptr;
+    opened->syncs_on_close_ = job.is_flushed;
+    return opened;
+}
+
 namespace {
 
 /// Which file a path or descriptor stands for.
@@ -60,16 +72,18 @@ public:
     CopyResult run() noexcept {
         if (!open_source()) return {CopyFault::source_open};
         const bool has_data = !next_piece().empty();
-        if (!has_data && (reader_->file_size != 0 || !job_.takes_empty_source)) return {CopyFault::source_read};
+        const bool is_empty = reader_->file_size == 0 && !reader_->block_failed();
+        if (!has_data && !(is_empty && job_.takes_empty_source)) return {CopyFault::source_read};
         for (size_t i = 0; i < job_.destination_count; ++i) {
-            if (!open_destination(i)) return {CopyFault::destination_open, i};
+            const CopyFault fault = open_destination(i);
+            if (fault != CopyFault::none) return {fault, i};
         }
         return copy_blocks();
     }
 
 private:
     [[nodiscard]] bool open_source() noexcept;
-    [[nodiscard]] bool open_destination(size_t index) noexcept;
+    [[nodiscard]] CopyFault open_destination(size_t index) noexcept;
     [[nodiscard]] CopyResult copy_blocks() noexcept;
     [[nodiscard]] std::span<const unsigned char> next_piece() noexcept;
     [[nodiscard]] bool write(std::span<const unsigned char> piece) noexcept;
@@ -100,19 +114,22 @@ bool Copy::open_source() noexcept {
     return true;
 }
 
-bool Copy::open_destination(size_t index) noexcept {
+CopyFault Copy::open_destination(size_t index) noexcept {
     const char* path = job_.destinations[index];
     struct stat facts {};
     if (stat(path, &facts) == 0) {
         // Creating the source anew would empty it.
-        if (is_known({facts.st_dev, facts.st_ino})) return true;
-        if (is_pipe(facts)) return false;
+        if (is_known({facts.st_dev, facts.st_ino})) return CopyFault::none;
+        if (is_pipe(facts)) return CopyFault::destination_open;
     }
-    fWriteBuffer* writer = tools_.writer(index);
-    if (writer == nullptr || !writer->open_file(path, 0, /*write_through*/ true)) return false;
+    fWriteBuffer* writer = tools_.open_writer(job_, index);
+    if (writer == nullptr) {
+        const bool has_appeared = !job_.overwrites && errno == EEXIST;
+        return has_appeared ? CopyFault::destination_exists : CopyFault::destination_open;
+    }
     writers_[writer_count_++] = writer;
     if (stat(path, &facts) == 0) known_[known_count_++] = {facts.st_dev, facts.st_ino};
-    return true;
+    return CopyFault::none;
 }
 
 /// What the present block still holds of the file, or the next block. A block may be longer than the file: that

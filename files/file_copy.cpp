@@ -38,6 +38,11 @@ size_t count_writers(fWriteBuffer* const* writers) noexcept {
     return count;
 }
 
+int report_existing(bool log) noexcept {
+    if (log) msgerror("File Copy: destination file already exists!");
+    return k_exists;
+}
+
 int check_destination(const char* source, const char* destination, bool overwrite, bool log) noexcept {
     if (strcmp(source, destination) == 0) {
         if (log) msgerror("File Copy: source and destination are the same!");
@@ -45,11 +50,7 @@ int check_destination(const char* source, const char* destination, bool overwrit
     }
     if (end_of_folder(destination) == nullptr) return k_bad_path;
     if (!ensure_folder_of(destination)) return k_no_folder;
-    if (!overwrite && file_exists(destination)) {
-        if (log) msgerror("File Copy: destination file already exists!");
-        return k_exists;
-    }
-    return k_copied;
+    return !overwrite && file_exists(destination) ? report_existing(log) : k_copied;
 }
 
 int report(const CopyJob& job, const CopyResult& result, bool log) noexcept {
@@ -64,6 +65,8 @@ int report(const CopyJob& job, const CopyResult& result, bool log) noexcept {
         case CopyFault::source_read:
             if (log) msgerror("File Copy: failed to read '%s'\n", job.source);
             return k_not_read;
+        case CopyFault::destination_exists:  // it has appeared since the check
+            return report_existing(log);
         case CopyFault::destination_open:
             break;
     }
@@ -97,7 +100,8 @@ int32_t file_copy(const char* source, const char** destinations, bool overwrite,
                             .destination_count = count,
                             .on_block = callback,
                             .context = context,
-                            .bytes_copied = &bytes_copied};
+                            .bytes_copied = &bytes_copied,
+                            .overwrites = overwrite};
     return vell::report(job, vell::run_copy(job, tools), log);
 }
 

@@ -43,10 +43,25 @@ bool make_folder_and_parents(char* path) noexcept {
     return has_parent && make_folder(path);
 }
 
-/// Renames without replacing anything, where the system can do that in one step. @return file_move's code.
+/// Gives a file a second name, which the system does only when that name is free, and removes the first. Folders, and
+/// files of a file system without second names, are renamed: what appears there meanwhile is replaced.
+bool move_by_second_name(const char* source, const char* destination) noexcept {
+    if (file_calls.link(source, destination) != 0) {
+        const bool has_no_links = errno == EPERM || errno == EOPNOTSUPP || errno == ENOSYS || errno == EMLINK;
+        return has_no_links && file_calls.rename(source, destination) == 0;
+    }
+    if (file_calls.unlink(source) == 0) return true;
+    const int error = errno;
+    file_calls.unlink(destination);
+    errno = error;
+    return false;
+}
+
+/// Renames without replacing anything. @return file_move's code.
 int32_t rename_to_free_name(const char* source, const char* destination) noexcept {
     if (file_calls.rename_to_free_name(source, destination) == 0) return 0;
-    if (errno == EINVAL || errno == ENOSYS) return file_calls.rename(source, destination) == 0 ? 0 : -11;
+    const bool is_unable = errno == EINVAL || errno == ENOSYS;
+    if (is_unable && move_by_second_name(source, destination)) return 0;
     const int error = errno;
     const bool has_appeared = error == EEXIST && file_exists(destination);
     errno = error;

@@ -102,6 +102,7 @@ int32_t PlainCopy::copy_file(const char* source, const char* destination) noexce
             return 0;
         case CopyFault::source_open:
             return -1;
+        case CopyFault::destination_exists:
         case CopyFault::destination_open:
             return -2;
         case CopyFault::source_read:

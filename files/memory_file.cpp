@@ -15,8 +15,9 @@
 namespace vell {
 namespace {
 
-constexpr size_t k_nothing = ~size_t{0};     // vl_read's answer when nothing is left
-constexpr size_t k_first_bytes = 64 * 1024;  // of a buffer for a file that does not tell its size
+constexpr size_t k_nothing = ~size_t{0};                   // vl_read's answer when nothing is left
+constexpr size_t k_first_bytes = 64 * 1024;                // of a buffer for a file that does not tell its size
+constexpr size_t k_max_bytes = size_t{256} * 1024 * 1024;  // of such a file, which may have no end
 
 uint64_t times(uint64_t a, uint64_t b) noexcept {
     uint64_t product = 0;
@@ -35,20 +36,23 @@ bool read_known_size(FILE* stream, uint64_t bytes, mem_file& file) noexcept {
     return true;
 }
 
-/// For files that do not tell their size: reads until they end. False when memory is short.
+/// For files that do not tell their size: reads until they end. False when memory is short, or the file holds
+/// k_max_bytes and more.
 bool read_to_end(FILE* stream, mem_file& file) noexcept {
-    for (size_t capacity = k_first_bytes;; capacity *= 2) {
+    for (size_t capacity = k_first_bytes; capacity <= k_max_bytes; capacity *= 2) {
         void* grown = std::realloc(file.data, capacity);
         if (grown == nullptr) return false;
         file.data = grown;
         file.size += std::fread(static_cast<char*>(grown) + file.size, 1, capacity - file.size, stream);
         if (file.size < capacity) return true;
     }
+    return false;
 }
 
 bool read_all(FILE* stream, mem_file& file) noexcept {
     struct stat facts {};
     if (fstat(fileno(stream), &facts) != 0 || S_ISDIR(facts.st_mode)) return false;
+    if (S_ISCHR(facts.st_mode)) return true;  // its size is 0, and it may have no end
     const bool is_size_known = S_ISREG(facts.st_mode) && facts.st_size > 0;
     const bool is_read =
         is_size_known ? read_known_size(stream, static_cast<uint64_t>(facts.st_size), file) : read_to_end(stream, file);

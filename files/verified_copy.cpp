@@ -3,8 +3,10 @@
 #include "vellcore/verified_copy.h"
 
 #include <algorithm>
+#include <climits>
 #include <cstdarg>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <iterator>
 
@@ -12,6 +14,7 @@
 #include "files/path_checks.h"
 #include "platform/fork_handlers.h"
 #include "platform/lock.h"
+#include "platform/posix/durable_file.h"
 #include "vellcore/message_log.h"
 
 namespace vell {
@@ -63,11 +66,43 @@ bool is_same_digest(const md5_state_s& a, const md5_state_s& b) noexcept {
     return std::equal(std::begin(a.abcd), std::end(a.abcd), b.abcd);
 }
 
+/// The folders above a file that do not exist yet. `path` has passed end_of_folder.
+int count_missing_folders(const char* path) noexcept {
+    char folder[k_folder_bytes];
+    const auto length = static_cast<size_t>(end_of_folder(path) - path);
+    memcpy(folder, path, length);
+    folder[length] = '\0';
+    int missing = 0;
+    while (*folder != '\0' && !is_folder(folder)) {
+        ++missing;
+        char* slash = strrchr(folder, '/');
+        while (slash != nullptr && slash > folder && slash[-1] == '/')
+            --slash;
+        *(slash != nullptr ? slash : folder) = '\0';
+    }
+    return missing;
+}
+
+/// Flushes the names of a file and of the `made_folders` nearest folders above it.
+bool flush_names(const char* path, int made_folders) noexcept {
+    char folder[PATH_MAX];  // a link may lead elsewhere
+    if (realpath(path, folder) == nullptr) return false;
+    for (int i = 0; i <= made_folders; ++i) {
+        char* slash = strrchr(folder, '/');
+        const bool is_root = slash == folder;
+        slash[is_root ? 1 : 0] = '\0';
+        if (sync_folder(folder) != 0) return false;
+        if (is_root) break;
+    }
+    return true;
+}
+
 int report(const CopyResult& result, const char* source, unsigned long long bytes_copied) noexcept {
     switch (result.fault) {
         case CopyFault::none:
             return k_done;
         case CopyFault::source_open:
+        case CopyFault::destination_exists:
         case CopyFault::destination_open:  // Kept: the text names the source.
             return fail(k_not_opened, "File Copy: failed to open '%s'\n", source);
         case CopyFault::source_read:
@@ -90,6 +125,7 @@ int32_t file_copy_secure(const char* source, const char* destination, bool, unsi
     if (strcmp(source, destination) == 0) return fail(k_same_path, "File Copy: source and destination are the same!");
     if (end_of_folder(destination) == nullptr)
         return fail(k_bad_path, "File Copy: pathname %s is not allowed", destination);
+    const int made_folders = count_missing_folders(destination);
     if (!ensure_folder_of(destination)) return k_no_folder;
 
     Digest digest;
@@ -100,8 +136,10 @@ int32_t file_copy_secure(const char* source, const char* destination, bool, unsi
                       .destination_count = 1,
                       .on_block = has_digest ? take_into_digest : nullptr,
                       .context = &digest.state,
-                      .bytes_copied = &bytes_copied};
-    const CopyResult copied = run_copy(job, tools);
+                      .bytes_copied = &bytes_copied,
+                      .is_flushed = true};
+    CopyResult copied = run_copy(job, tools);
+    if (copied.fault == CopyFault::none && !flush_names(destination, made_folders)) copied.fault = CopyFault::write;
     const int result = report(copied, source, bytes_copied);
     if (result != k_done) return result;
     if (has_digest) {

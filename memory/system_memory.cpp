@@ -1,15 +1,17 @@
 // System allocations on record, the machine's memory and its page size.
 //
 // `record_lock` guards the record and its totals. It lives as long as the process: allocations work before
-// mem_initialize and after mem_closedown too. Held while the allocator runs, before the log's lock.
+// mem_initialize and after mem_closedown too. The allocator and the log are called without it.
 
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <cstring>
 
+#include "memory/allocation_records.h"
 #include "memory/size_text.h"
 #include "platform/fork_handlers.h"
 #include "platform/immortal.h"
@@ -30,21 +32,13 @@ Mutex record_lock;
 const ForkEntry fork_entry(ForkOrder::system_allocations, record_lock);
 
 struct SystemAllocations {
-    vl_vector<spm_record> records;  // oldest first
-    uint64_t total_bytes = 0;       // of all records
-    uint64_t most_bytes = 0;        // the peak of total_bytes
+    AllocationRecords records;
+    uint64_t total_bytes = 0;  // of all records
+    uint64_t most_bytes = 0;   // the peak of total_bytes
 };
 constinit Immortal<SystemAllocations> allocations VELL_GUARDED_BY(record_lock);
 
 std::atomic<int32_t> page_size{0};
-
-/// The record's position, looked for from the newest to the oldest; -1 when there is none.
-int64_t find_record(void* address) noexcept VELL_REQUIRES(record_lock) {
-    const vl_vector<spm_record>& records = allocations.value.records;
-    for (int64_t i = int64_t{records.count()} - 1; i >= 0; --i)
-        if (records[static_cast<uint32_t>(i)].address == address) return i;
-    return -1;
-}
 
 /// Exchanges real and effective ids for its lifetime, so that the right of the real owner to lock memory counts.
 /// Where they are equal nothing would change, and changing ids interrupts every thread of the process.
@@ -97,41 +91,51 @@ int32_t mem_pagesize() noexcept {
 }
 
 void* os_alloc(uint64_t size, int32_t locked) noexcept {
-    const vell::ScopedLock lock(vell::record_lock);
     void* address = a_alloc(size, vell::k_system_alignment);
     if (address == nullptr) {
         msgwarn("MEMORY: OS allocation failed, Requested: %s", vell::SizeText(size, vell::k_kib_bits).text());
         return nullptr;
     }
-    allocations.value.records.append({address, size, locked});
-    allocations.value.total_bytes += size;
-    if (allocations.value.total_bytes > allocations.value.most_bytes)
-        allocations.value.most_bytes = allocations.value.total_bytes;
+    uint32_t records_before = 0;
+    bool is_recorded = false;
+    {
+        const vell::ScopedLock lock(vell::record_lock);
+        vell::SystemAllocations& all = allocations.value;
+        records_before = all.records.count();
+        is_recorded = all.records.add({address, size, locked});
+        all.total_bytes += size;
+        all.most_bytes = std::max(all.most_bytes, all.total_bytes);
+    }
+    // Kept: the line is that of a vl_vector, and the allocation stays off the record.
+    if (!is_recorded) vl_vector_report_failure(records_before, /*adding*/ 1, sizeof(spm_record));
     return address;
 }
 
 bool os_free(void* address) noexcept {
-    const vell::ScopedLock lock(vell::record_lock);
-    const int64_t found = vell::find_record(address);
-    if (found < 0) {
+    spm_record record{};
+    bool is_known = false;
+    {
+        const vell::ScopedLock lock(vell::record_lock);
+        vell::SystemAllocations& all = allocations.value;
+        is_known = all.records.take(address, record);
+        all.total_bytes -= record.size;
+        // Kept: with a total of 0 the record is dropped whole, and allocations of 0 bytes with it.
+        if (is_known && all.total_bytes == 0) all.records.release();
+    }
+    if (!is_known) {
         msgdebug("MEMORY: OS bad memory reference passed: %x",
                  static_cast<unsigned>(reinterpret_cast<uintptr_t>(address)));
         return false;
     }
-    vl_vector<spm_record>& records = allocations.value.records;
-    const spm_record record = records[static_cast<uint32_t>(found)];
+    // Off the record first: the system takes its time to unmap gigabytes, and nobody else has to wait for that.
     if (record.locked != 0) mem_unlock(address, record.size);
     a_free(address);
-    allocations.value.total_bytes -= record.size;
-    records.remove(static_cast<uint32_t>(found));
-    // Kept: with a total of 0 the record is dropped whole, and allocations of 0 bytes with it.
-    if (allocations.value.total_bytes == 0) records.release();
     return true;
 }
 
 bool os_check_ptr(void* address) noexcept {
     const vell::ScopedLock lock(vell::record_lock);
-    return vell::find_record(address) >= 0;
+    return allocations.value.records.has(address);
 }
 
 int32_t mem_lock(void* address, uint64_t length) noexcept {
@@ -146,10 +150,16 @@ int32_t mem_unlock(void* address, uint64_t length) noexcept {
 
 void mem_closedown() noexcept {
     sb_destroy();
-    const vell::ScopedLock lock(vell::record_lock);
-    vl_vector<spm_record>& records = allocations.value.records;
-    if (records.count() != 0 || allocations.value.total_bytes != 0)
-        msgdebug("MEMORY: Closedown: %d OS allocations left: %d\n", static_cast<int>(records.count()),
-                 static_cast<int>(allocations.value.total_bytes));
-    records.release();
+    uint32_t records_left = 0;
+    uint64_t bytes_left = 0;
+    {
+        const vell::ScopedLock lock(vell::record_lock);
+        vell::SystemAllocations& all = allocations.value;
+        records_left = all.records.count();
+        bytes_left = all.total_bytes;
+        all.records.release();
+    }
+    if (records_left != 0 || bytes_left != 0)
+        msgdebug("MEMORY: Closedown: %d OS allocations left: %d\n", static_cast<int>(records_left),
+                 static_cast<int>(bytes_left));
 }

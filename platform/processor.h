@@ -24,6 +24,18 @@ struct ProcessorLimits {
 };
 [[nodiscard]] ProcessorLimits processor_limits() noexcept;
 
+/// Processors that threads like the calling one may use at once, at least 1: its affinity, or the control group's quota
+/// where that is less. Reads files: tens of microseconds.
+[[nodiscard]] uint32_t allowed_processors() noexcept;
+
+/// The same from what is known: `quota_thousandths` as in ProcessorLimits. A part of a processor does not count: two
+/// threads that poll would use up a quota of one and a half.
+[[nodiscard]] constexpr uint32_t whole_processors(uint32_t affinity, uint64_t quota_thousandths) noexcept {
+    const uint64_t quota = quota_thousandths != 0 ? quota_thousandths / 1000 : affinity;
+    const uint64_t allowed = quota < affinity ? quota : affinity;
+    return allowed != 0 ? static_cast<uint32_t>(allowed) : 1;
+}
+
 /// Vector instruction sets as bits (vl_cpu_feature); 0 for none.
 [[nodiscard]] uint32_t processor_features() noexcept;
 

@@ -69,6 +69,8 @@ std::string catalog_of(const Locales& all, const std::locale& locale) VELL_REQUI
 void check_catalog(const Locales& all, const std::string& name) VELL_REQUIRES(locales_lock) {
     const std::string path = catalog_of(all, boost::locale::generator()(name));
     if (path.empty()) return;
+    constexpr uint64_t k_max_bytes = 256 * 1024 * 1024;
+    if (file_size(path.c_str()) > k_max_bytes) throw std::runtime_error("a catalog that is too large");
     std::ifstream file(path, std::ios::binary);
     const std::string catalog{std::istreambuf_iterator<char>(file), {}};
     if (!is_sound_catalog(catalog)) throw std::runtime_error("damaged catalog");

@@ -21,8 +21,15 @@ private:
     uint32_t polls_ = 0;
 };
 
-/// Processors that threads of this process may run on at once, at least 1.
+/// Processors that the threads which poll for each other may use at once, at least 1: measured by the latest of the two
+/// calls below, or by the first call of this one. Affinity and the control group's quota count.
 [[nodiscard]] int32_t usable_processors() noexcept;
+
+/// Measures them now, for threads with the affinity of the calling one.
+void measure_usable_processors() noexcept;
+
+/// The same, when the latest measurement is a second old. `now_ns` is the monotonic clock's.
+void refresh_usable_processors(int64_t now_ns) noexcept;
 
 /// Tells the processor that this is a polling loop.
 void pause_processor() noexcept;

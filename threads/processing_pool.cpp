@@ -4,10 +4,11 @@
 // long as the process. A job's done counter belongs to the smp_exec that waits for it, so a share does not touch it
 // after its own increment.
 //
-// A kernel wake-up costs tens of microseconds, an empty job one. So as many pool threads as there are processors look
-// for work for a while before they sleep, and a caller does the same while it waits for its last share. Only as many
-// threads are woken for a job as can run at once; when it is not done soon, its caller wakes one for every share that
-// nobody has taken, since the shares that run may wait for the others. An idle pool uses no processor time.
+// A kernel wake-up costs tens of microseconds, an empty job one. So as many pool threads as may use a processor at once
+// (affinity and quota of the control group count) look for work for a while before they sleep, and a caller does the
+// same while it waits for its last share. Only as many threads are woken for a job as can run at once; when it is not
+// done soon, its caller wakes one for every share that nobody has taken, since the shares that run may wait for the
+// others. An idle pool uses no processor time, and with one processor nobody polls.
 
 #include <algorithm>
 #include <atomic>
@@ -125,9 +126,18 @@ bool try_share(smp_entry_t& share) noexcept {
     return is_taken;
 }
 
+/// Lets a pool thread look again, now and then, how many processors the pool may use: masks and quotas change while
+/// programs run. In a pool thread, because a caller may have a mask of its own.
+void look_at_processors() noexcept {
+    constexpr uint32_t k_calls_per_look = 64;
+    thread_local uint32_t calls = 0;
+    if (++calls % k_calls_per_look == 0) refresh_usable_processors(monotonic_ns());
+}
+
 /// Looks for a share without sleeping. False when none came in time, or when enough threads look already.
 bool look_for_share(smp_entry_t& share) noexcept {
     if (try_share(share)) return true;
+    look_at_processors();
     BoundedSpin spin(k_idle_spin_ns);
     bool is_taken = false;
     if (exchange.lookers.fetch_add(1, std::memory_order_relaxed) < usable_processors())
@@ -139,6 +149,7 @@ bool look_for_share(smp_entry_t& share) noexcept {
 
 void next_share(smp_entry_t& share) noexcept {
     if (look_for_share(share)) return;
+    refresh_usable_processors(monotonic_ns());
     const ScopedLock lock(exchange.lock);
     ++exchange.sleepers;
     while (!take_share(share))
@@ -299,6 +310,7 @@ int32_t smp_initialize(int32_t requested) noexcept {
         const vell::ScopedLock lock(exchange.lock);
         exchange.queue.reset(count);
     }
+    vell::measure_usable_processors();  // the threads inherit the mask of this one
     pool.is_running.store(true);
     if (!vell::start_threads(count)) return vell::degrade_to_single();
     pool.active.store(count);

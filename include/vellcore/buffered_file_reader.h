@@ -41,6 +41,9 @@ VELL_API void rwBufferConfigGet(int& align, bool& no_write_through, bool& no_dir
 /// read_float), or from anywhere in the file (read_raw_bytes). Failures of transfers are logged as "AIO(...)" lines;
 /// after one the reader answers 0 until it is opened or closed anew or, with one buffer, positioned.
 ///
+/// A regular file that tells a size of 0 is read until it ends, without reading ahead: the system's information files
+/// (/proc) are of that kind. Its `file_size` grows with every block. Devices that tell 0 have nothing to read.
+///
 /// Buffers (os_alloc) are made with the first block and kept over files; the destructor frees them. The fields are
 /// for reading; a host that writes them takes over.
 class VELL_API fReadBuffer {
@@ -144,7 +147,7 @@ public:
     bool close_on_close = true;                  ///< the reader opened the file itself
     unsigned long long next_read_position = 0;   ///< file offset just past the present block
     unsigned long long read_ahead_position = 0;  ///< file offset up to which reads were issued
-    unsigned long long file_size = 0;            ///< bytes; 0 means there is nothing to read
+    unsigned long long file_size = 0;            ///< bytes; see above for a file that tells 0
     unsigned long long block_start = 0;          ///< file offset of the present block
     bool sequential = true;                      ///< read ahead
     bool failed = false;                         ///< set by open_file and the constructor
@@ -174,6 +177,7 @@ private:
                         unsigned long long issued) noexcept;
     bool collect(int slot) noexcept;
     bool read_synchronously() noexcept;
+    bool read_until_end() noexcept;
     bool take_prefetched() noexcept;
     bool take_read_ahead() noexcept;
     bool take_first_fill() noexcept;
@@ -192,5 +196,6 @@ private:
     bool is_prefetched_ = false;         // slot 0 holds the first block, asked for by open_file
     bool is_broken_ = false;             // a transfer failed: there are no further blocks
     bool has_failed_block_ = false;
-    bool is_memory_ = false;  // the present block is the caller's memory
+    bool is_memory_ = false;         // the present block is the caller's memory
+    bool has_unknown_size_ = false;  // the end of the file has not been met, and its size is not told
 };

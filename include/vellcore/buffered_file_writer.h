@@ -9,8 +9,9 @@
 #include "export.h"
 
 namespace vell {
+class CopyTools;
 struct Transfer;
-}
+}  // namespace vell
 
 /// A sequential writer.
 ///
@@ -139,6 +140,7 @@ protected:
     __mutex_str* mutex;  ///< held by close_file
 
 private:
+    friend class vell::CopyTools;
     [[nodiscard]] unsigned long long rounded_used() const noexcept;
     void carve_buffers(unsigned long long bytes, bool double_buffered) noexcept;
     void start_empty_buffer() noexcept;
@@ -166,6 +168,8 @@ private:
     vell::Transfer* transfer_a_ = nullptr;        // of request A
     vell::Transfer* direct_[k_most_direct] = {};  // direct writes in flight, oldest first
     int direct_count_ = 0;
+    bool must_be_new_ = false;            // open_file leaves a file that exists alone and fails with EEXIST
+    bool syncs_on_close_ = false;         // the next final close flushes the file; a failure counts as an error
     unsigned long long buffer_room_ = 0;  // bytes that may be written from the start of a buffer
 };
 

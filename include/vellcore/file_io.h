@@ -134,8 +134,12 @@ struct mem_file {
 static_assert(sizeof(mem_file) == 32, "hosts know the layout");
 
 /// Reads a whole file. The mode is that of fopen; one that empties the file does so.
-/// @return  the file, to be freed with vl_close; null when it cannot be opened, is a folder, or memory is short.
-/// A pipe is read until its other end is closed.
+///
+/// A pipe is read until its other end is closed, and a file that tells a size of 0 (/proc) until it ends; 256 MiB and
+/// more from one of these are a failure, because it may have no end. A character device has no size and counts as
+/// empty.
+/// @return  the file, to be freed with vl_close; null when it cannot be opened, is a folder, has no end, or memory is
+///          short.
 [[nodiscard]] VELL_API mem_file* vl_open(const char* path, const char* mode) noexcept;
 
 /// Frees a file. @return 0; -1 for null.

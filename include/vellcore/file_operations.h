@@ -207,14 +207,16 @@ typedef void (*file_copy_callback)(const void* data, unsigned long long length, 
 /// |   -4   | no destination, or one without a "/" or with a folder of  |                                          |
 /// |        | 1024 bytes or more                                        |                                          |
 /// |   -5   | a destination's folder cannot be made                     |                                          |
-/// |   -7   | a destination is a regular file and `overwrite` is false  | "destination file already exists!"       |
+/// |   -7   | a destination is a regular file and `overwrite` is false, | "destination file already exists!"       |
+/// |        | also one that appears meanwhile: it keeps its content     |                                          |
 /// |   -1   | the source cannot be opened, or is a pipe                 | "failed to open '%s'"                    |
 /// |   -3   | the source cannot be read, or became shorter              | "failed to read '%s'"                    |
 /// |   -2   | a destination cannot be created, or is a pipe             | "failed to create '%s'"                  |
 /// |   -8   | a write failed, also one that shows only at closing       |                                          |
 ///
 /// A destination that is the source itself under another name (a link, another spelling) is not written and keeps its
-/// content; so is one that is an earlier destination. An empty source makes empty destinations.
+/// content; so is one that is an earlier destination. An empty source makes empty destinations; a regular file that
+/// tells a size of 0 and has content (the system's information files, as in /proc) is copied until it ends.
 ///
 /// @param destinations  paths, ended by null or an empty text; at least one.
 /// @param bytes_copied  grows by the length of every block that was written everywhere; not reset.

@@ -68,7 +68,9 @@ VELL_API void vl_lang_set(const char* code) noexcept;
 [[nodiscard]] VELL_API const char* vl_read_language_cfg() noexcept;
 
 /// Writes the choice to "language.cfg" in the settings folder, which is made when it is missing.
-/// @return  1; 0 for a null or empty code, and when the file cannot be opened.
+/// The file is replaced as a whole, after its new content is on the disk: a failure leaves the old choice.
+/// @return  1; 0 for a null or empty code, and when the file cannot be written (a full disk).
+/// @waits   for the disk to flush the file.
 VELL_API int32_t vl_save_language_cfg(const char* code) noexcept;
 
 // --- Messages ----------------------------------------------------------------------------------------------------

@@ -16,6 +16,10 @@ class fWriteBuffer;
 /// past the system's file cache where rwBufferConfigure and the file system allow it, so that reading back reads the
 /// disk.
 ///
+/// On success the copy survives a power cut: its content, its name and the folders that were made for it have been
+/// flushed to the disk (fsync), before anything is read back. What knows no flushing is left out: a device, a file
+/// system without it, a folder that the process may not read.
+///
 /// | result | reason                                              | text kept: "File Copy: " and                      |
 /// |--------|-----------------------------------------------------|---------------------------------------------------|
 /// |    0   | copied, and compared when asked                     |                                                   |
@@ -23,8 +27,8 @@ class fWriteBuffer;
 /// |   -2   | the source cannot be opened or is a pipe, or the    | "failed to open '%s'", both times with the source |
 /// |        | destination cannot be created                       |                                                   |
 /// |   -3   | the source cannot be read, or became shorter        | "failed to read '%s'"                             |
-/// |   -4   | a write failed, also one that shows only at closing | "write error of %s between %llu and %llu ": the   |
-/// |        |                                                     | source, and the offsets of the last block         |
+/// |   -4   | a write or a flush failed, also one that shows only | "write error of %s between %llu and %llu ": the   |
+/// |        | at closing                                          | source, and the offsets of the last block         |
 /// |   -5   | the destination has no "/", or a folder of 1024     | "pathname %s is not allowed"                      |
 /// |        | bytes or more                                       |                                                   |
 /// |   -6   | the destination's folder cannot be made             | none: the text kept before stays                  |
@@ -41,6 +45,7 @@ class fWriteBuffer;
 /// @param flags         1: compute the MD5 of the source while copying. 2: read the destination back and compare.
 /// @param reader,writer null: made for the call (eight buffers of 1 MiB, two of 16 MiB). The caller's are left closed.
 /// @thread  any; a reader or writer serves one copy at a time.
+/// @waits   for the source, for every write, and for the disk to flush the file.
 VELL_API int32_t file_copy_secure(const char* source, const char* destination, bool ignored,
                                   unsigned long long& bytes_copied, md5_state_s& md5, unsigned int flags,
                                   fReadBuffer* reader, fWriteBuffer* writer) noexcept;

@@ -33,6 +33,14 @@ private:
     cpu_set_t bits_[k_most_processors / CPU_SETSIZE];
 };
 
+/// The control group's quota; 0 without one.
+uint64_t quota_thousandths() noexcept {
+    char membership[4096];
+    read_small_file("/proc/self/cgroup", membership, sizeof membership);
+    const uint64_t quota = control_group_processor_limit("/sys/fs/cgroup", membership);
+    return quota == k_no_limit ? 0 : quota;
+}
+
 /// The lowest processor of the core that `processor` belongs to, or -1 when the topology is not told.
 int first_of_core(int processor) noexcept {
     for (const char* file : {"core_cpus_list", "thread_siblings_list"}) {
@@ -62,11 +70,12 @@ ProcessorCounts count_processors() noexcept {
 }
 
 ProcessorLimits processor_limits() noexcept {
-    char membership[4096];
-    read_small_file("/proc/self/cgroup", membership, sizeof membership);
-    const uint64_t quota = control_group_processor_limit("/sys/fs/cgroup", membership);
     const long online = sysconf(_SC_NPROCESSORS_ONLN);
-    return {static_cast<uint32_t>(std::max(online, 0L)), AffinityMask().count(), quota == k_no_limit ? 0 : quota};
+    return {static_cast<uint32_t>(std::max(online, 0L)), AffinityMask().count(), quota_thousandths()};
+}
+
+uint32_t allowed_processors() noexcept {
+    return whole_processors(AffinityMask().count(), quota_thousandths());
 }
 
 bool is_translated() noexcept {

@@ -33,6 +33,8 @@ struct FileCalls {
     int (*fsync)(int descriptor);
     int (*ftruncate)(int descriptor, off_t size);
     int (*rename)(const char* from, const char* to);
+    /// A second name for a file, or for a symbolic link itself.
+    int (*link)(const char* from, const char* to);
     int (*unlink)(const char* path);
     int (*mkdir)(const char* path, mode_t mode);
     int (*rmdir)(const char* path);

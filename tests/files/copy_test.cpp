@@ -5,7 +5,11 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <cstdlib>
 #include <cstring>
+#include <filesystem>
+#include <fstream>
 #include <iterator>
 #include <string>
 #include <thread>
@@ -18,6 +22,7 @@
 #include "vellcore/buffered_file_reader.h"
 #include "vellcore/buffered_file_writer.h"
 #include "vellcore/file_operations.h"
+#include "vellcore/folder_copy.h"
 #include "vellcore/verified_copy.h"
 
 namespace {
@@ -138,6 +143,40 @@ TEST(FileCopy, ChecksTheCommandBeforeItTouchesAnything) {
     EXPECT_EQ(read_whole_file(existing), "old");
 }
 
+/// Puts a rival's file at the path named in `rival_path` when it is first opened.
+std::string rival_path;
+int open_after_rival(const char* path, int flags, mode_t mode) {
+    if (path == rival_path && access(path, F_OK) != 0) std::ofstream(path) << "theirs";
+    return vell::system_file_calls.open(path, flags, mode);
+}
+
+TEST(FileCopy, LeavesAFileAloneThatAppearsAfterTheCheck) {
+    const TemporaryFolder folder;
+    const LogCapture log;
+    const std::string source = folder.write("source", "mine"), one = folder / "one", two = folder / "two";
+    ASSERT_EQ(symlink("two", (folder / "leads nowhere").c_str()), 0);
+    const struct {
+        const char* label;
+        std::vector<std::string> destinations;
+    } rows[] = {{"the only destination", {two}},
+                {"the second destination", {one, two}},
+                {"behind a link", {folder / "leads nowhere"}}};
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.label);
+        rival_path = two;
+        vell::file_calls.open = open_after_rival;
+        EXPECT_EQ(copy_to(source, row.destinations, /*overwrite*/ false, /*log*/ true), -7);
+        vell::file_calls = vell::system_file_calls;
+        EXPECT_EQ(log.lines().back(), "ERROR: File Copy: destination file already exists!");
+        EXPECT_EQ(read_whole_file(two), "theirs");
+        unlink(two.c_str());
+        unlink(one.c_str());
+    }
+    EXPECT_EQ(copy_to(source, {folder / "leads nowhere", "/dev/null", two}), 0) << "nobody else came";
+    EXPECT_EQ(read_whole_file(two), "mine");
+    EXPECT_EQ(copy_to(source, {folder.path()}), -2);
+}
+
 TEST(FileCopy, NamesTheFileThatCannotBeOpened) {
     const TemporaryFolder folder;
     const LogCapture log;
@@ -235,6 +274,53 @@ TEST(FileCopy, TellsOfEveryFailedCallOrCopiesEverything) {
     }
 }
 
+TEST(FileCopy, CopiesFilesThatTellNoSizeUntilTheyEnd) {
+    const TemporaryFolder folder;
+    const std::string copy = folder / "copy";
+    for (const std::string source : {"/proc/version", "/proc/kallsyms"}) {  // less than a block, several blocks
+        SCOPED_TRACE(source);
+        const auto content = read_whole(source);
+        if (content.empty()) GTEST_SKIP() << source << " cannot be read here";
+        EXPECT_EQ(copy_to(source, {copy}, true), 0);
+        EXPECT_TRUE(read_whole(copy) == content);
+        const Secure run = secure_copy(source, copy, 3);
+        EXPECT_EQ(run.result, 0);
+        EXPECT_EQ(run.bytes, content.size());
+        EXPECT_TRUE(same_digest(run.md5, digest_of(content)));
+        unsigned long long bytes = 0;
+        EXPECT_EQ(vl_filecopy(source.c_str(), copy.c_str(), false, bytes), 0);
+        EXPECT_EQ(bytes, content.size());
+        fReadBuffer reader(-1);  // one buffer, which can go back
+        ASSERT_TRUE(reader.open_file(source.c_str(), true, true, true));
+        std::vector<unsigned char> twice(content.size());
+        for (int round = 0; round < 2; ++round) {
+            EXPECT_EQ(reader.read_file(twice.data(), 1, content.size()), content.size());
+            EXPECT_TRUE(twice == content);
+            EXPECT_EQ(reader.getNextBlock(), 0U);
+            EXPECT_TRUE(reader.set_position(0));
+        }
+    }
+    EXPECT_EQ(copy_to("/dev/zero", {copy}, true), 0) << "a device that tells no size has nothing to read";
+    EXPECT_TRUE(read_whole(copy).empty());
+    EXPECT_EQ(copy_to("/proc/self/mem", {folder / "none"}), -3) << "its first byte cannot be read";
+    EXPECT_FALSE(file_exists((folder / "none").c_str()));
+}
+
+TEST(FileCopy, CopiesOfAGrowingFileWhatItHeldAtFirst) {
+    const TemporaryFolder folder;
+    const std::string source = folder / "source";
+    const auto data = pattern(k_odd_bytes);
+    unsigned long long bytes = 0;
+    write_whole(source, data);
+    const auto grow = [](const void*, unsigned long long, void* path) {
+        std::ofstream(static_cast<const char*>(path), std::ios::app | std::ios::binary) << "more";
+    };
+    EXPECT_EQ(file_copy(source.c_str(), (folder / "copy").c_str(), true, bytes, nullptr, nullptr, grow,
+                        const_cast<char*>(source.c_str()), false),
+              0);
+    EXPECT_EQ(read_whole(folder / "copy"), data);
+}
+
 TEST(FileCopy, DoesNotCallAShortenedSourceWhole) {
     const TemporaryFolder folder;
     const std::string source = folder / "source";
@@ -276,6 +362,55 @@ TEST(FileCopySecure, DigestsWhatItCopiesAndComparesWhatItWrote) {
             EXPECT_EQ(same_digest(run.md5, digest_of(data)), flags != 0);
         }
     }
+}
+
+/// The names of what was flushed, in order; the flush of `refused_flush` fails.
+std::vector<std::string> flushed;
+std::string refused_flush;
+int record_flush(int descriptor) {
+    char path[4096] = {};
+    struct stat facts {};
+    if (readlink(("/proc/self/fd/" + std::to_string(descriptor)).c_str(), path, sizeof path - 1) < 0) std::abort();
+    if (fstat(descriptor, &facts) != 0) std::abort();
+    const std::string name = path;
+    flushed.push_back(S_ISREG(facts.st_mode) ? name + ":" + std::to_string(facts.st_size) : name);
+    if (name != refused_flush) return vell::system_file_calls.fsync(descriptor);
+    errno = EIO;
+    return -1;
+}
+
+TEST(FileCopySecure, IsOnTheDiskBeforeItSucceeds) {
+    const TemporaryFolder temporary;
+    const std::string root = std::filesystem::canonical(temporary.path());
+    const std::string source = temporary.write("source", "a few bytes"), copy = root + "/a/b/copy";
+    ASSERT_EQ(symlink((root + "/linked").c_str(), (root + "/link").c_str()), 0);
+    vell::file_calls.fsync = record_flush;
+    const std::vector<std::string> all = {copy + ":11", root + "/a/b", root + "/a", root};
+    for (const std::string& refused : {copy, root + "/a/b", root + "/a", root}) {
+        flushed.clear();
+        std::filesystem::remove_all(root + "/a");
+        refused_flush = refused;
+        EXPECT_EQ(secure_copy(source, copy, 3).result, -4) << refused;
+        EXPECT_EQ(get_error_file_copy_secure(-4, false),
+                  "File Copy: write error of " + source + " between 11 and 22 \n");
+    }
+    EXPECT_EQ(flushed, all);
+    refused_flush.clear();
+    for (const unsigned flags : {0U, 1U, 3U}) {
+        flushed.clear();
+        EXPECT_EQ(secure_copy(source, copy, flags).result, 0);
+        EXPECT_EQ(flushed, (std::vector<std::string>{copy + ":11", root + "/a/b"})) << "the folders were there";
+    }
+    flushed.clear();
+    EXPECT_EQ(secure_copy(source, root + "/link", 1).result, 0);
+    EXPECT_EQ(flushed, (std::vector<std::string>{root + "/linked:11", root})) << "where the link leads";
+    flushed.clear();
+    EXPECT_EQ(secure_copy(source, "/dev/null", 1).result, 0) << "a device knows no flush";
+    EXPECT_EQ(copy_to(source, {copy}, /*overwrite*/ true), 0);
+    flushed.clear();
+    EXPECT_EQ(copy_to(source, {copy}, /*overwrite*/ true), 0);
+    EXPECT_TRUE(flushed.empty()) << "a plain copy forces nothing";
+    vell::file_calls = vell::system_file_calls;
 }
 
 TEST(FileCopySecure, ComparesWithTheCallersDigestWhenItComputesNone) {

@@ -34,6 +34,7 @@ public:
         table.fsync = [](int fd) { return refuses() ? -1 : real().fsync(fd); };
         table.ftruncate = [](int fd, off_t size) { return refuses() ? -1 : real().ftruncate(fd, size); };
         table.rename = [](const char* from, const char* to) { return refuses() ? -1 : real().rename(from, to); };
+        table.link = [](const char* from, const char* to) { return refuses() ? -1 : real().link(from, to); };
         table.unlink = [](const char* path) { return refuses() ? -1 : real().unlink(path); };
         table.mkdir = [](const char* path, mode_t mode) { return refuses() ? -1 : real().mkdir(path, mode); };
         table.rmdir = [](const char* path) { return refuses() ? -1 : real().rmdir(path); };

@@ -128,9 +128,20 @@ TEST(FileMove, ReplacesNothingThatAppearsMeanwhile) {
     EXPECT_EQ(file_move((folder / "from").c_str(), rival.c_str(), false), -7);
     vell::file_calls = vell::system_file_calls;
     EXPECT_EQ(read_whole_file(rival), "theirs");
-    vell::file_calls.rename_to_free_name = [](const char*, const char*) { return errno = EINVAL, -1; };
-    EXPECT_EQ(file_move((folder / "from").c_str(), (folder / "other").c_str(), false), 0)
-        << "where that call is missing";
+    std::filesystem::remove(rival);
+    vell::file_calls.rename_to_free_name = [](const char*, const char*) {
+        std::ofstream(rival) << "theirs";
+        return errno = EINVAL, -1;
+    };
+    EXPECT_EQ(file_move((folder / "from").c_str(), rival.c_str(), false), -7) << "where that call is missing";
+    EXPECT_EQ(read_whole_file(rival), "theirs");
+    EXPECT_EQ(file_move((folder / "from").c_str(), (folder / "other").c_str(), false), 0);
+    EXPECT_EQ(read_whole_file(folder / "other"), "mine");
+    EXPECT_FALSE(file_exists((folder / "from").c_str()));
+    std::filesystem::create_directory(folder / "box");
+    EXPECT_EQ(file_move((folder / "box").c_str(), (folder / "moved").c_str(), false), 0) << "a folder has one name";
+    vell::file_calls.link = [](const char*, const char*) { return errno = EPERM, -1; };
+    EXPECT_EQ(file_move((folder / "other").c_str(), (folder / "last").c_str(), false), 0) << "and where links are, too";
     vell::file_calls = vell::system_file_calls;
 }
 

@@ -1,9 +1,13 @@
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
+#include <cerrno>
 #include <climits>
+#include <csignal>
 #include <cstring>
 #include <thread>
+#include <vector>
 
 #include "files/test_files.h"
 #include "support/temporary_folder.h"
@@ -54,6 +58,25 @@ TEST_F(MemoryFile, ReadsAPipeToItsEnd) {
     ASSERT_NE(file, nullptr);
     ASSERT_EQ(file->size, data.size());
     EXPECT_EQ(std::memcmp(file->data, data.data(), data.size()), 0);
+}
+
+TEST_F(MemoryFile, DoesNotReadWhatHasNoEnd) {
+    file = vl_open("/dev/zero", "rb");
+    ASSERT_NE(file, nullptr);
+    EXPECT_EQ(file->size, 0U) << "a device tells no size";
+    const std::string fifo = folder.path() + "/fifo";
+    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+    signal(SIGPIPE, SIG_IGN);
+    std::thread sender([&fifo] {
+        const std::vector<unsigned char> piece(1'048'576);
+        const int pipe = open(fifo.c_str(), O_WRONLY | O_CLOEXEC);
+        while (write(pipe, piece.data(), piece.size()) > 0) {
+        }
+        EXPECT_EQ(errno, EPIPE) << "the reader gave up";
+        close(pipe);
+    });
+    EXPECT_EQ(vl_open(fifo.c_str(), "rb"), nullptr);
+    sender.join();
 }
 
 TEST_F(MemoryFile, SeeksByTheThreeWays) {

@@ -1,12 +1,19 @@
 #include "vellcore/block_memory.h"
 
+#include <algorithm>
+#include <atomic>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 #include <random>
 #include <set>
+#include <thread>
+#include <vector>
 
+#include "memory/allocation_records.h"
 #include "memory/raw_memory.h"
 #include "support/log_capture.h"
+#include "support/random_seed.h"
 #include "vellcore/heap_set.h"
 
 namespace {
@@ -233,6 +240,83 @@ TEST(SystemMemory, KeepsAllocationsOnRecord) {
     EXPECT_EQ(lines[4], "DEBUG: MEMORY: Closedown: 1 OS allocations left: 100");
     EXPECT_FALSE(os_free(first)) << "forgotten, not freed";
     a_free(first);
+}
+
+// Against a plain list, searched from its end: random additions and removals, with addresses that come twice.
+TEST(SystemMemory, RecordsAreThoseOfAPlainList) {
+    const unsigned seed = random_seed();
+    SCOPED_TRACE("VELLCORE_TEST_SEED=" + std::to_string(seed));
+    std::mt19937_64 random(seed);
+    vell::AllocationRecords records;
+    std::vector<spm_record> plain;
+    for (int step = 0; step < 20'000; ++step) {
+        const uint64_t limit = step < 10'000 ? 3000 : 40;  // it grows first and shrinks then
+        auto* address = reinterpret_cast<void*>((random() % limit + 1) << 16);
+        const bool adds = random() % 8 < (step < 10'000 ? 5U : 3U);
+        if (adds) {
+            const spm_record record{address, random(), static_cast<int32_t>(step)};
+            ASSERT_TRUE(records.add(record));
+            plain.push_back(record);
+        } else {
+            const auto newest = std::find_if(plain.rbegin(), plain.rend(),
+                                             [&](const spm_record& record) { return record.address == address; });
+            ASSERT_EQ(records.has(address), newest != plain.rend());
+            spm_record taken{};
+            ASSERT_EQ(records.take(address, taken), newest != plain.rend());
+            if (newest == plain.rend()) continue;
+            ASSERT_EQ(taken.locked, newest->locked) << "the newest of an address";
+            ASSERT_EQ(taken.size, newest->size);
+            plain.erase(std::next(newest).base());
+        }
+        ASSERT_EQ(records.count(), plain.size());
+    }
+    for (auto record = plain.rbegin(); record != plain.rend(); ++record) {
+        spm_record taken{};
+        ASSERT_TRUE(records.take(record->address, taken));
+        ASSERT_EQ(taken.locked, record->locked);
+    }
+}
+
+// The memory is released without the lock: another thread's calls go through meanwhile, and find the address gone.
+TEST(SystemMemory, ReleasesMemoryWhileOthersUseTheRecord) {
+    static void* victim;
+    static std::thread::id releaser;
+    victim = os_alloc(1000, 0);
+    releaser = std::this_thread::get_id();
+    const vell::RawMemory whole = vell::raw_memory;
+    static void (*real_release)(void*) noexcept;
+    real_release = whole.release;
+    static std::atomic<int> releases;
+    releases = 0;
+    vell::raw_memory.release = [](void* block) noexcept {
+        if (std::this_thread::get_id() == releaser && releases.fetch_add(1) == 0) {
+            std::thread([] {
+                EXPECT_FALSE(os_check_ptr(victim));
+                EXPECT_FALSE(os_free(victim)) << "freed twice at once";
+                void* other = os_alloc(10, 0);
+                EXPECT_TRUE(os_check_ptr(other));
+                EXPECT_TRUE(os_free(other));
+            }).join();
+        }
+        real_release(block);
+    };
+    void* keeper = os_alloc(1, 0);  // the record itself is not released
+    EXPECT_TRUE(os_free(victim));
+    vell::raw_memory = whole;
+    EXPECT_EQ(releases, 1);
+    EXPECT_TRUE(os_free(keeper));
+}
+
+TEST(SystemMemory, LeavesOffTheRecordWhatItHasNoRoomFor) {
+    const LogCapture log;
+    const vell::RawMemory whole = vell::raw_memory;
+    vell::raw_memory.allocate_zeroed = [](size_t) noexcept -> void* { return nullptr; };
+    void* block = os_alloc(10, 0);
+    vell::raw_memory = whole;
+    ASSERT_NE(block, nullptr);
+    EXPECT_EQ(log.lines(), Lines{"ERROR: Vector ensure: Not enough memory..(0 + 1 * 24)"});
+    EXPECT_FALSE(os_check_ptr(block));
+    a_free(block);
 }
 
 TEST(SystemMemory, LocksAndUnlocksPages) {

@@ -3,6 +3,7 @@
 #include "vellcore/language.h"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <array>
 #include <atomic>
@@ -13,6 +14,7 @@
 #include <thread>
 #include <vector>
 
+#include "files/file_faults.h"
 #include "files/test_files.h"
 #include "support/log_capture.h"
 #include "support/temporary_folder.h"
@@ -233,6 +235,35 @@ TEST_F(LanguageTest, SavesAndReadsTheChoice) {
     std::filesystem::remove_all(data_ / "Settings");
     data_.write("Settings", "a file where the folder should be");
     EXPECT_EQ(vl_save_language_cfg("de_DE"), 0);
+}
+
+TEST_F(LanguageTest, KeepsTheOldChoiceWhenANewOneCannotBeSaved) {
+    const std::string settings = data_ / "Settings", path = settings + "/language.cfg";
+    ASSERT_EQ(vl_save_language_cfg("de_DE"), 1);
+    ASSERT_EQ(chmod(path.c_str(), 0640), 0);
+    const std::string old_content = read_whole_file(path);
+    int failures = 0;
+    for_each_file_fault(ENOSPC, [&](const FileFault&) {
+        data_.write("Settings/language.cfg", old_content);
+        const bool is_saved = vl_save_language_cfg("fr_FR") == 1;
+        if (!is_saved) ++failures;
+        EXPECT_EQ(read_whole_file(path) == old_content, !is_saved);
+        const std::filesystem::directory_iterator entries(settings);
+        EXPECT_EQ(std::distance(begin(entries), end(entries)), 1) << "nothing else is left there";
+    });
+    EXPECT_GE(failures, 3) << "creating, writing, flushing, renaming";
+    EXPECT_STREQ(vl_read_language_cfg(), "fr_FR");
+    struct stat facts {};
+    ASSERT_EQ(stat(path.c_str(), &facts), 0);
+    EXPECT_EQ(facts.st_mode & 07777, 0640U) << "it keeps its permissions";
+    std::filesystem::rename(path, data_ / "elsewhere");
+    std::filesystem::create_symlink("../elsewhere", path);
+    EXPECT_EQ(vl_save_language_cfg("ja_JP"), 1);
+    EXPECT_TRUE(std::filesystem::is_symlink(path)) << "a link stays one";
+    EXPECT_STREQ(vl_read_language_cfg(), "ja_JP");
+    std::filesystem::remove(path);
+    std::filesystem::create_symlink("/dev/full", path);
+    EXPECT_EQ(vl_save_language_cfg("ja_JP"), 0) << "a disk that is full";
 }
 
 TEST(LocaleName, IsTakenApart) {

@@ -1,13 +1,18 @@
+#include <sched.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <cstring>
+#include <filesystem>
 #include <set>
 #include <thread>
 #include <vector>
 
+#include "platform/monotonic_clock.h"
+#include "platform/processor.h"
 #include "support/log_capture.h"
+#include "threads/bounded_spin.h"
 #include "vellcore/block_memory.h"
 #include "vellcore/processing_pool.h"
 
@@ -167,6 +172,53 @@ TEST(PoolStart, WithoutAThreadTableFallsBackToSingleProcessing) {
     shares.exec();
     EXPECT_TRUE(shares.each_ran(1, 1));
     smp_closedown();
+}
+
+TEST(UsableProcessors, AreThoseOfTheMaskAndTheWholeOnesOfTheQuota) {
+    const struct {
+        const char* label;
+        uint32_t affinity;
+        uint64_t quota;
+        uint32_t usable;
+    } rows[] = {{"no quota", 8, 0, 8},          {"quota below", 8, 2000, 2}, {"quota above", 2, 8000, 2},
+                {"one and a half", 8, 1500, 1}, {"half of one", 8, 500, 1},  {"mask not told", 0, 0, 1}};
+    for (const auto& row : rows)
+        EXPECT_EQ(vell::whole_processors(row.affinity, row.quota), row.usable) << row.label;
+}
+
+/// Gives all threads of the process a mask.
+void set_masks(const cpu_set_t& mask) {
+    for (const auto& task : std::filesystem::directory_iterator("/proc/self/task"))
+        ASSERT_EQ(sched_setaffinity(std::stoi(task.path().filename()), sizeof mask, &mask), 0);
+}
+
+// Polling is what takes a single processor from the thread that is waited for.
+TEST_F(Pool, PollsOnlyWhereSeveralProcessorsMayBeUsed) {
+    cpu_set_t all, one;
+    ASSERT_EQ(sched_getaffinity(0, sizeof all, &all), 0);
+    if (vell::allowed_processors() < 2) GTEST_SKIP() << "there is one processor";
+    CPU_ZERO(&one);
+    for (size_t i = 0; CPU_COUNT(&one) == 0; ++i)
+        if (CPU_ISSET(i, &all)) CPU_SET(i, &one);
+    const auto polls = [] { return vell::BoundedSpin(1'000'000'000).again(); };
+    set_masks(one);
+    ASSERT_EQ(smp_initialize(4), 4) << "the number of threads stays";
+    EXPECT_FALSE(polls());
+    Shares shares;
+    shares.exec();
+    EXPECT_TRUE(shares.each_ran(4, 1));
+    // The mask changes while the pool runs; its threads look again when a second has passed.
+    const auto look_later = [](void*, void*, void*, void*, void*, void*) {
+        static std::atomic<int64_t> later_ns{0};
+        if (smp_id() == 0) vell::refresh_usable_processors(vell::monotonic_ns() + (later_ns += 3'600'000'000'000));
+    };
+    set_masks(all);
+    smp_exec(look_later);
+    EXPECT_TRUE(polls());
+    set_masks(one);
+    smp_exec(look_later);
+    EXPECT_FALSE(polls());
+    set_masks(all);
 }
 
 TEST_F(Pool, WithoutThreadLocalStorageFallsBackToSingleProcessing) {

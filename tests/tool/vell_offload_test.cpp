@@ -126,6 +126,7 @@ TEST_F(VellOffload, VerifiesByAListWithCarriageReturns) {
     EXPECT_EQ(run({"verify", folder / "d", "--list", folder / "list"}).code, 0);
     folder.write("d/abc", "abd");
     EXPECT_EQ(run({"verify", folder / "d", "--list", folder / "list"}).code, 4);
+    EXPECT_EQ(run({"verify", folder / "d", "--list", "/dev/zero"}).code, 2) << "a list without an end";
 }
 
 TEST_F(VellOffload, WritesTheListsThatOtherProgramsCheck) {

@@ -58,8 +58,13 @@ bool is_temporary_name(std::string_view name) {
 }
 
 int read_small_file(int file, std::string& text) {
+    constexpr size_t k_max_bytes = 16 * 1024 * 1024;  // of what is not a regular file: a device may have no end
+    struct stat facts {};
+    if (disk_calls.file_facts(file, &facts) != 0) return errno;
+    const size_t max_bytes = S_ISREG(facts.st_mode) ? SIZE_MAX : k_max_bytes;
     char buffer[65536];
     for (text.clear();;) {
+        if (text.size() > max_bytes) return EFBIG;
         const ssize_t bytes = disk_calls.read(file, buffer, sizeof buffer, static_cast<off_t>(text.size()));
         if (bytes < 0 && errno != EINTR) return errno;
         if (bytes == 0) return 0;

@@ -28,8 +28,8 @@ int call_facts(int folder, const char* name, struct stat* facts) {
     return fstatat(folder, name, facts, AT_SYMLINK_NOFOLLOW);
 }
 
-/// For file systems that cannot refuse to replace: a test before the renaming. Only another program that makes the
-/// same name in between could lose its file.
+/// For file systems that have no second names either: a test before the renaming. Only there could another program
+/// that makes the same name in between lose its file.
 int rename_after_test(int folder, const char* from, const char* to) {
     struct stat facts {};
     if (fstatat(folder, to, &facts, AT_SYMLINK_NOFOLLOW) == 0) {
@@ -39,10 +39,23 @@ int rename_after_test(int folder, const char* from, const char* to) {
     return errno == ENOENT ? renameat(folder, from, folder, to) : -1;
 }
 
+/// For file systems that cannot refuse to replace: a second name is given only when it is free.
+int rename_by_second_name(int folder, const char* from, const char* to) {
+    if (linkat(folder, from, folder, to, /*flags*/ 0) != 0) {
+        const bool has_no_links = errno == EPERM || errno == EOPNOTSUPP || errno == ENOSYS || errno == EMLINK;
+        return has_no_links ? rename_after_test(folder, from, to) : -1;
+    }
+    if (unlinkat(folder, from, /*flags*/ 0) == 0) return 0;
+    const int error = errno;
+    unlinkat(folder, to, /*flags*/ 0);
+    errno = error;
+    return -1;
+}
+
 int call_rename(int folder, const char* from, const char* to, bool replaces) {
     if (replaces) return renameat(folder, from, folder, to);
     if (renameat2(folder, from, folder, to, RENAME_NOREPLACE) == 0) return 0;
-    return errno == EINVAL || errno == ENOSYS ? rename_after_test(folder, from, to) : -1;
+    return errno == EINVAL || errno == ENOSYS ? rename_by_second_name(folder, from, to) : -1;
 }
 
 int call_remove(int folder, const char* name) {

@@ -57,6 +57,17 @@ void catch_signals() {
     }
 }
 
+/// Has a folder's names on disk, where the folder may be read and its file system knows how. 0 or the error number.
+int sync_folder_of(const std::string& path) {
+    const size_t slash = path.rfind('/');
+    const std::string folder = slash == std::string::npos ? "." : path.substr(0, slash + 1);
+    const int opened = open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (opened < 0) return errno == EACCES ? 0 : errno;
+    const int error = fsync(opened) == 0 || errno == EINVAL || errno == ENOTSUP ? 0 : errno;
+    close(opened);
+    return error;
+}
+
 }  // namespace
 
 UnfinishedFile::UnfinishedFile(const std::string& path) : path_(path) {
@@ -93,7 +104,7 @@ int UnfinishedFile::keep() {
     if (std::rename(temporary_.c_str(), path_.c_str()) != 0) return errno;
     temporary_.clear();
     to_remove[0] = '\0';
-    return 0;
+    return sync_folder_of(path_);
 }
 
 }  // namespace tool

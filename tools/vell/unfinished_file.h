@@ -16,7 +16,7 @@ public:
     UnfinishedFile& operator=(const UnfinishedFile&) = delete;
 
     [[nodiscard]] const char* temporary_path() const { return temporary_.c_str(); }
-    /// Has the file on disk and renames it to `path`. @return 0, or the system's error number.
+    /// Has the file on disk, renames it to `path` and has its name on disk. @return 0, or the system's error number.
     [[nodiscard]] int keep();
 
 private:
