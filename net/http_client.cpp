@@ -8,7 +8,7 @@
 #include <new>
 
 #include "net/body_buffer.h"
-#include "net/content_range.h"
+#include "net/body_decoder.h"
 #include "net/http_exchange.h"
 #include "net/http_request.h"
 #include "net/transport_lease.h"
@@ -22,8 +22,7 @@ constexpr uint64_t k_most_body_bytes = UINT32_MAX;
 class MemorySink final : public HttpSink {
 public:
     bool begin(const HttpHead& head) override {
-        const auto length = parse_length(head.field("Content-Length"));
-        return !length || body.expect(*length);
+        return head.body_bytes == k_unknown_length || body.expect(head.body_bytes);
     }
     bool take(const void* data, size_t bytes) override { return body.add(data, bytes); }
 
@@ -79,7 +78,7 @@ bool vl_http_socket::send(const char* url, int32_t type, const char* body, int b
         request.url = url;
         request.method = vell::method_of(type);
         request.idle_limit_ms = vell::idle_limit_ms(timeout);
-        request.fields.push_back({"Cache-Control", "no-cache"});
+        request.fields = {{"Accept-Encoding", vell::k_offered_codings}, {"Cache-Control", "no-cache"}};
         if (has_header && header == nullptr) {
             request.fields.push_back({"Content-type", "application/x-www-form-urlencoded"});
         } else if (has_header) {
@@ -93,7 +92,8 @@ bool vl_http_socket::send(const char* url, int32_t type, const char* body, int b
         const vell::TransportLease lease(this);
         if (lease.get() == nullptr) return fail(vell::k_no_transport);
         vell::MemorySink sink;
-        const vell::ExchangeResult result = vell::exchange(*lease.get(), std::move(request), sink);
+        const vell::ExchangeResult result =
+            vell::exchange(*lease.get(), std::move(request), sink, vell::Codings::undone);
         if (result.status != 0) status = result.status;
         if (result.last.end != vell::HttpEnd::complete && !sink.body.is_given_up())
             return fail(result.last.error.c_str());

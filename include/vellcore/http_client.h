@@ -14,6 +14,10 @@
 // without a body; all others repeat the request. A header of the caller's that is meant for one host (Authorization,
 // Cookie, Host) does not go on to another.
 //
+// A response is complete when all of it came (RFC 9112, 6.3): a Content-Length that is not a number, or is repeated
+// with another value, fails the request, and so does a body that is shorter, or whose packing (gzip, deflate) stops in
+// the middle. Bodies with other codings fail.
+//
 // Calls wait until the response is whole, and work without vl_initialize. Connections are kept between the requests of
 // an object for its next one.
 
