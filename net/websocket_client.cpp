@@ -16,9 +16,9 @@
 #include <new>
 
 #include "platform/lock.h"
+#include "platform/strict_utf8.h"
 #include "vellcore/auto_lock.h"
 #include "vellcore/message_log.h"
-#include "vellcore/unicode_text.h"
 
 namespace vell {
 namespace {
@@ -34,14 +34,6 @@ int64_t receive_deadline_ns() noexcept {
     constexpr int64_t k_ns_per_ms = 1'000'000;
     const int64_t limit_ms = receive_time_out_ms.load(std::memory_order_relaxed);
     return limit_ms == 0 ? 0 : steady_ns() + limit_ms * k_ns_per_ms;
-}
-
-/// Servers refuse surrogates in UTF-8 (RFC 3629, 3), which the library's own texts may hold.
-bool has_surrogates(const char* text) noexcept {
-    constexpr char k_lead = '\xED';
-    for (const char* at = std::strchr(text, k_lead); at != nullptr; at = std::strchr(at + 1, k_lead))
-        if (static_cast<unsigned char>(at[1]) >= 0xA0) return true;
-    return false;
 }
 
 void log_nserror(const char* where, const WebSocketError& error) noexcept {
@@ -163,7 +155,7 @@ bool WebSocketImpl::SendData(void* bytes, unsigned long size) noexcept {
 }
 
 bool WebSocketImpl::SendText(const char* text) noexcept {
-    if (text == nullptr || vl_utf8_is_valid(text) == 0 || vell::has_surrogates(text)) return false;
+    if (text == nullptr || !vell::is_utf8(text)) return false;
     return send(vell::MessageKind::text, text, std::char_traits<char>::length(text), "WebSocket::SendText");
 }
 
