@@ -207,4 +207,35 @@ TEST(WebSocketConformance, FramesFollowTheRules) {
     }
 }
 
+TEST(WebSocketConformance, ForeignWordsStayOnTheirLine) {
+    const std::string words = "bye\r\nERROR: forged\x1b[2J\x7F \xC2\x9B \xE2\x80\xAE \\ \xC3\xA9";
+    const std::string shown = "bye\\r\\nERROR: forged\\x1b[2J\\x7f \\xc2\\x9b \\xe2\\x80\\xae \\ \xC3\xA9";
+    const struct {
+        const char* label;
+        std::string answer;  // empty: a handshake and a close frame
+        std::string logged;
+    } cases[] = {
+        {"a close reason", "", "reason: " + shown},
+        {"a status text",
+         "HTTP/1.1 404 a\xFF\xC2\x9B"
+         "b\r\nContent-Length: 0\r\n\r\n",
+         "404 a\\xff\\xc2\\x9b"
+         "b"},
+    };
+    const ScriptedServer server(std::size(cases), [&](const TestSocket& socket, size_t index) {
+        const std::string request = socket.read_to("\r\n\r\n");
+        const std::string& answer = cases[index].answer;
+        socket.write(answer.empty() ? accepting(request) + frame(0x88, "\x03\xE8" + words) : answer);
+    });
+    for (const auto& each : cases) {
+        SCOPED_TRACE(each.label);
+        const LogCapture log;
+        Client client(server.url());
+        EXPECT_EQ(client.receive(), "failed");
+        EXPECT_EQ(log.line_count(), 3) << log.text();
+        EXPECT_TRUE(log.contains(each.logged)) << log.text();
+        EXPECT_EQ(client.error().find_first_of("\r\n\x1b\x7F"), std::string::npos) << client.error();
+    }
+}
+
 }  // namespace
