@@ -161,6 +161,7 @@ int32_t download(vl_http_transfer& transfer) {
     HttpRequest request;
     request.url = transfer.url;
     request.idle_limit_ms = idle_limit_ms(transfer.timeout);
+    request.max_header_lines = vl_http_get_limits().header_lines;
     request.fields = {{"Accept-Encoding", "identity"}, {"Cache-Control", "no-cache"}};
     if (transfer.header != nullptr) {
         if (const char* problem = add_header(request, transfer.header)) return fail(transfer, problem);

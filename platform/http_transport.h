@@ -38,7 +38,7 @@ struct HttpRequest {
     bool has_body = false;  ///< also for one of no bytes
     int64_t idle_limit_ms = 0;
     std::chrono::steady_clock::time_point deadline = std::chrono::steady_clock::time_point::max();
-    uint32_t max_header_lines = 0;  ///< of a response, interim responses included; 0: no limit
+    uint32_t max_header_lines = 0;  ///< fields, those of interim responses and behind the body included; 0: no limit
 };
 
 inline constexpr uint64_t k_unknown_length = ~uint64_t{0};

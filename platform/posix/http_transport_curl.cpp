@@ -134,11 +134,12 @@ size_t end_transfer(Transfer& transfer, const char* problem) {
 size_t take_line(Transfer& transfer, std::string_view line) {
     HttpHead& head = transfer.head;
     transfer.header_bytes += line.size();
-    ++transfer.header_lines;
     if (transfer.header_bytes > k_most_header_bytes)
         return end_transfer(transfer, "The header of the response is too long");
-    if (transfer.max_header_lines != 0 && transfer.header_lines > transfer.max_header_lines)
-        return end_transfer(transfer, "The header of the response has too many lines");
+    const bool is_end = line.size() <= 2 && (line[0] == '\r' || line[0] == '\n');
+    if (head.status != 0 && !is_end && ++transfer.header_lines > transfer.max_header_lines &&
+        transfer.max_header_lines != 0)
+        return end_transfer(transfer, "The header of the response has more lines than the host's limit");
     if (transfer.has_begun) return line.size();  // fields behind a body change nothing any more
     if (head.status == 0) {
         const auto status = parse_status_line(line);
@@ -146,7 +147,6 @@ size_t take_line(Transfer& transfer, std::string_view line) {
         head.status = *status;
         return line.size();
     }
-    const bool is_end = line.size() <= 2 && (line[0] == '\r' || line[0] == '\n');
     if (!is_end) {
         const bool is_folded = (line[0] == ' ' || line[0] == '\t') && !head.lines.empty();  // RFC 9112, 5.2
         if (is_folded) head.lines.resize(head.lines.find_last_not_of("\r\n") + 1);

@@ -11,6 +11,7 @@
 #include "support/lying_server.h"
 #include "support/temporary_folder.h"
 #include "tests/net/http_asking.h"
+#include "vellcore/startup.h"
 
 namespace {
 
@@ -396,6 +397,94 @@ TEST(HttpConformance, ResponsesToNoRequestAreNeverUsed) {
         if (each.method != "any"s) {
             EXPECT_EQ(connections, each.method == "another"s ? 2 : 1);
         }
+    }
+}
+
+TEST(HttpConformance, KeptConnectionsAreClosedWithTheLibrary) {
+    for (const bool by_closedown : {false, true}) {
+        std::atomic<bool> is_closed{false};
+        std::atomic<int> connections{0};
+        const LyingServer server([&](Client& client) {
+            client.say(k_ok + "Content-Length: 2\r\n\r\nok");
+            if (++connections > 1) return;
+            client.stall();
+            is_closed = true;
+        });
+        vl_fast_initialize(nullptr, /*allocate_heaps*/ false);
+        vl_http_socket http;
+        const std::string url = server.url();
+        EXPECT_TRUE(http.OpenUrl(url.c_str()));
+        EXPECT_FALSE(is_closed);
+        by_closedown ? vl_closedown() : vl_http_close_connections();
+        while (!is_closed)
+            std::this_thread::yield();
+        EXPECT_TRUE(http.OpenUrl(url.c_str())) << http.LastErrorString();
+        EXPECT_EQ(connections, 2);
+    }
+}
+
+// -------------------------------------------------------------------------------------------------------------- limits
+
+TEST(HttpConformance, LimitsOfTheHostHold) {
+    const std::string body(1000, 'x'), large = packed(std::string(64 << 20, '\0'), k_gzip);
+    ASSERT_LT(large.size(), 70'000U);
+    const std::string plain = k_ok + "Content-Length: 1000\r\n\r\n" + body, until_end = k_ok + "\r\n" + body,
+                      bomb = coded("gzip", large), fields = k_ok + "A: b\r\nA: b\r\nContent-Length: 2\r\n\r\nhi",
+                      interim = "HTTP/1.1 103 Early\r\nA: b\r\n\r\n" + fields,
+                      trailer = k_ok + "Transfer-Encoding: chunked\r\n\r\n2\r\nhi\r\n0\r\nA: b\r\nA: b\r\n\r\n";
+    const struct {
+        const char* label;
+        vl_http_limits limits;
+        std::string response, answer;
+        int32_t download = VL_HTTP_DONE;
+    } cases[] = {
+        {"none", {}, plain, "200 " + body},
+        {"a body as large as the limit", {.body_bytes = 1000}, plain, "200 " + body},
+        {"a body above the limit", {.body_bytes = 999}, plain, "200 !"},
+        {"a body of no length above the limit", {.body_bytes = 999}, until_end, "200 !"},
+        {"a body above the largest limit",
+         {.body_bytes = ~0ULL},
+         k_ok + "Content-Length: 4294967296\r\n\r\n",
+         "200 -",
+         VL_HTTP_CUT},
+        {"a packed body far above the limit", {.body_bytes = 1 << 20}, bomb, "200 !"},
+        {"no body at all", {.body_bytes = 0}, plain, "200 !"},
+        {"as many fields as allowed", {.header_lines = 3}, fields, "200 hi"},
+        {"one field more", {.header_lines = 2}, fields, "0 !", VL_HTTP_FAILED},
+        {"with those of an interim response", {.header_lines = 4}, interim, "200 hi"},
+        {"one more with those", {.header_lines = 3}, interim, "0 !", VL_HTTP_FAILED},
+        {"fields behind a body", {.header_lines = 3}, trailer, "200 hi"},
+        {"one more behind a body", {.header_lines = 2}, trailer, "200 !", VL_HTTP_CUT},
+    };
+    for (const auto& each : cases) {
+        SCOPED_TRACE(each.label);
+        vl_http_set_limits(each.limits);
+        const LyingServer server([&each](Client& client) { client.say(each.response); });
+        const std::string url = server.url();
+        EXPECT_EQ(outcome(ask(url)), each.answer);
+        Download download(url);
+        EXPECT_EQ(vl_http_download(download), each.download) << download.error_text;
+    }
+    EXPECT_EQ(vl_http_get_limits().header_lines, 2U);
+}
+
+TEST(HttpConformance, ARequestTakesNoLongerThanAllowed) {
+    const struct {
+        const char *label, *first, *again;
+    } cases[] = {
+        {"a body without an end", "HTTP/1.1 200 OK\r\n\r\n", "x"},
+        {"a header without an end", "HTTP/1.1 200 OK\r\n", "A: b\r\n"},
+        {"redirects that take their time", "HTTP/1.1 302 Found\r\nLocation: /\r\nContent-Length: 40\r\n\r\n", "x"},
+    };
+    vl_http_set_limits({.total_ms = 100});
+    for (const auto& each : cases) {
+        const LyingServer server([&each](Client& client) {
+            for (int i = 0; client.say(i == 0 ? each.first : each.again) && (i < 40 || each.first[9] == '2'); ++i)
+                std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        });
+        const std::string answer = ask(server.url());
+        EXPECT_NE(answer.find("Timed out: the request took longer than its limit"), std::string::npos)
+            << each.label << ": " << answer;
     }
 }
 
