@@ -55,6 +55,13 @@ std::string basic_authorization(const std::string& credentials) {
     return "Basic " + text.substr(0, static_cast<size_t>(length));
 }
 
+WebSocketError thrown_error(const std::exception& exception, std::string reason) {
+    const auto* of_system = dynamic_cast<const boost::system::system_error*>(&exception);
+    const bool is_memory = dynamic_cast<const std::bad_alloc*>(&exception) != nullptr;
+    const int code = of_system != nullptr ? of_system->code().value() : is_memory ? ENOMEM : EIO;
+    return {code, exception.what(), std::move(reason), WebSocketError::k_no_close_frame};
+}
+
 /// What Beast lets through of a response to the handshake, although it has to fail (RFC 6455, 4.1 and 11.3). Null when
 /// the response is fine. We ask for no extension and no subprotocol.
 const char* handshake_problem(const websocket::response_type& response) {
@@ -254,7 +261,7 @@ void Link::run_as_owner() noexcept {
     try {
         begin();
     } catch (const std::exception& exception) {
-        fail({ENOMEM, exception.what(), "connecting", WebSocketError::k_no_close_frame});
+        fail(thrown_error(exception, "connecting"));
     }
     while (!has_ended()) {
         run_while_not([this] { return has_ended(); });
@@ -270,7 +277,7 @@ void Link::run_while_not(Condition is_enough) noexcept {
         while (!is_enough() && context_.run_one() != 0) {
         }
     } catch (const std::exception& exception) {
-        fail({ENOMEM, exception.what(), "", WebSocketError::k_no_close_frame});
+        fail(thrown_error(exception, ""));
     }
 }
 
@@ -284,7 +291,7 @@ void Link::help_until(const std::atomic<bool>& is_done, int64_t deadline_ns) noe
             while (!is_done.load(std::memory_order_relaxed) && context_.run_one_until(deadline) != 0) {
             }
         } catch (const std::exception& exception) {
-            fail({ENOMEM, exception.what(), "", WebSocketError::k_no_close_frame});
+            fail(thrown_error(exception, ""));
         }
     }
     turn.give_back(receiver_ != nullptr || send_.completion != nullptr);
@@ -303,8 +310,7 @@ void Link::post_or_fail(WebSocketCompletion* completion, Task task) noexcept {
             completion->complete(error_from(net::error::operation_aborted, "the process exits, or has forked"),
                                  nullptr);
     } catch (const std::exception& exception) {
-        if (completion != nullptr)
-            completion->complete({ENOMEM, exception.what(), "", WebSocketError::k_no_close_frame}, nullptr);
+        if (completion != nullptr) completion->complete(thrown_error(exception, ""), nullptr);
     }
 }
 

@@ -4,9 +4,11 @@
 
 #include <atomic>
 #include <cstring>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
+#include "platform/http_transport.h"
 #include "support/log_capture.h"
 #include "support/lying_server.h"
 #include "support/temporary_folder.h"
@@ -420,6 +422,38 @@ TEST(HttpConformance, KeptConnectionsAreClosedWithTheLibrary) {
             std::this_thread::yield();
         EXPECT_TRUE(http.OpenUrl(url.c_str())) << http.LastErrorString();
         EXPECT_EQ(connections, 2);
+    }
+}
+
+TEST(HttpConformance, WhatASinkThrowsIsReportedAsItIs) {
+    struct ThrowingSink final : vell::HttpSink {
+        void do_throw() const {
+            if (is_memory) throw std::bad_alloc();
+            throw std::runtime_error("the sink is odd");
+        }
+        bool begin(const vell::HttpHead&) override {
+            if (is_begin) do_throw();
+            return true;
+        }
+        bool take(const void*, size_t) override {
+            do_throw();
+            return true;
+        }
+        bool is_begin = false, is_memory = false;
+    } sink;
+    const LyingServer server([](Client& client) { client.say(k_ok + "Content-Length: 2\r\n\r\nok"); });
+    const std::unique_ptr<vell::HttpTransport> transport = vell::make_http_transport();
+    vell::HttpRequest request;
+    request.url = server.url();
+    request.idle_limit_ms = 30'000;
+    for (sink.is_begin = false;; sink.is_begin = true) {
+        for (const bool is_memory : {false, true}) {
+            sink.is_memory = is_memory;
+            const vell::HttpResult result = transport->send(request, sink);
+            EXPECT_EQ(result.end, vell::HttpEnd::failed);
+            EXPECT_EQ(result.error, is_memory ? "Out of memory" : "the sink is odd");
+        }
+        if (sink.is_begin) break;
     }
 }
 
