@@ -21,6 +21,7 @@
 #include "vellcore/file_io.h"
 #include "vellcore/file_operations.h"
 #include "vellcore/heap_set.h"
+#include "vellcore/http_client.h"
 #include "vellcore/language.h"
 #include "vellcore/message_log.h"
 #include "vellcore/processing_pool.h"
@@ -157,6 +158,7 @@ struct StopStep {
 constexpr StopStep k_stop[] = {
     {"farewell", [] { msginfo("*" VELL_BANNER_DASHES); }},
     {"asynchronous transfers", vl_close_io64},
+    {"kept HTTP connections", vl_http_close_connections},
     {"heaps", mem_free_pools},
     {"memory", mem_closedown},
     {"processing pool", smp_closedown},

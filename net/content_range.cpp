@@ -2,8 +2,6 @@
 
 #include <charconv>
 
-#include "platform/http_transport.h"
-
 namespace vell {
 
 std::optional<uint64_t> parse_length(std::string_view text) noexcept {

@@ -5,9 +5,9 @@
 #include <optional>
 #include <string_view>
 
-namespace vell {
+#include "platform/http_transport.h"
 
-inline constexpr uint64_t k_unknown_length = ~uint64_t{0};
+namespace vell {
 
 /// A Content-Range field of bytes (RFC 9110, 14.4).
 struct ContentRange {

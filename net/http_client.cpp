@@ -3,12 +3,14 @@
 #include "vellcore/http_client.h"
 
 #include <algorithm>
+#include <atomic>
+#include <chrono>
 #include <cstdlib>
 #include <cstring>
 #include <new>
 
 #include "net/body_buffer.h"
-#include "net/content_range.h"
+#include "net/body_decoder.h"
 #include "net/http_exchange.h"
 #include "net/http_request.h"
 #include "net/transport_lease.h"
@@ -19,16 +21,43 @@ namespace {
 // Lengths are 32 bits wide in what hosts keep of a response.
 constexpr uint64_t k_most_body_bytes = UINT32_MAX;
 
+static_assert(vl_http_limits::k_max_body_bytes == k_most_body_bytes);
+
 class MemorySink final : public HttpSink {
 public:
+    explicit MemorySink(uint64_t limit_bytes) : limit_bytes_(limit_bytes) {}
+
     bool begin(const HttpHead& head) override {
-        const auto length = parse_length(head.field("Content-Length"));
-        return !length || body.expect(*length);
+        if (head.body_bytes == k_unknown_length) return true;
+        return keeps_limit(head.body_bytes) && body.expect(head.body_bytes);
     }
-    bool take(const void* data, size_t bytes) override { return body.add(data, bytes); }
+    bool take(const void* data, size_t bytes) override {
+        taken_bytes_ += bytes;
+        return keeps_limit(taken_bytes_) && body.add(data, bytes);
+    }
+    [[nodiscard]] bool is_over_limit() const { return is_over_limit_; }
 
     BodyBuffer body{k_most_body_bytes};
+
+private:
+    /// A body above the largest limit is the buffer's to give up.
+    bool keeps_limit(uint64_t bytes) {
+        is_over_limit_ = bytes > limit_bytes_ && limit_bytes_ < k_most_body_bytes;
+        return !is_over_limit_;
+    }
+
+    const uint64_t limit_bytes_;
+    uint64_t taken_bytes_ = 0;
+    bool is_over_limit_ = false;
 };
+
+/// The host's limits, each on its own.
+struct Limits {
+    std::atomic<unsigned long long> body_bytes{vl_http_limits::k_max_body_bytes};
+    std::atomic<unsigned int> total_ms{0};
+    std::atomic<unsigned int> header_lines{0};
+};
+constinit Limits limits_in_force;
 
 uint64_t body_bytes(const char* body, int length) noexcept {
     if (body == nullptr) return 0;
@@ -79,7 +108,11 @@ bool vl_http_socket::send(const char* url, int32_t type, const char* body, int b
         request.url = url;
         request.method = vell::method_of(type);
         request.idle_limit_ms = vell::idle_limit_ms(timeout);
-        request.fields.push_back({"Cache-Control", "no-cache"});
+        const vl_http_limits limits = vl_http_get_limits();
+        request.max_header_lines = limits.header_lines;
+        if (limits.total_ms != 0)
+            request.deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(limits.total_ms);
+        request.fields = {{"Accept-Encoding", vell::k_offered_codings}, {"Cache-Control", "no-cache"}};
         if (has_header && header == nullptr) {
             request.fields.push_back({"Content-type", "application/x-www-form-urlencoded"});
         } else if (has_header) {
@@ -92,9 +125,11 @@ bool vl_http_socket::send(const char* url, int32_t type, const char* body, int b
         }
         const vell::TransportLease lease(this);
         if (lease.get() == nullptr) return fail(vell::k_no_transport);
-        vell::MemorySink sink;
-        const vell::ExchangeResult result = vell::exchange(*lease.get(), std::move(request), sink);
+        vell::MemorySink sink(limits.body_bytes);
+        const vell::ExchangeResult result =
+            vell::exchange(*lease.get(), std::move(request), sink, vell::Codings::undone);
         if (result.status != 0) status = result.status;
+        if (sink.is_over_limit()) return fail("The body is larger than the host's limit");
         if (result.last.end != vell::HttpEnd::complete && !sink.body.is_given_up())
             return fail(result.last.error.c_str());
         std::free(data);
@@ -143,3 +178,19 @@ const char* vl_http_socket::LastErrorString() const noexcept {
 }
 
 void vl_http_socket::SetStatusCode() noexcept {}
+
+void vl_http_set_limits(const vl_http_limits& limits) noexcept {
+    vell::limits_in_force.body_bytes = std::min(limits.body_bytes, vl_http_limits::k_max_body_bytes);
+    vell::limits_in_force.total_ms = limits.total_ms;
+    vell::limits_in_force.header_lines = limits.header_lines;
+}
+
+vl_http_limits vl_http_get_limits() noexcept {
+    return {.body_bytes = vell::limits_in_force.body_bytes,
+            .total_ms = vell::limits_in_force.total_ms,
+            .header_lines = vell::limits_in_force.header_lines};
+}
+
+void vl_http_close_connections() noexcept {
+    vell::close_waiting_transports();
+}

@@ -19,12 +19,18 @@ namespace {
 constexpr int32_t k_ok = 200, k_partial = 206, k_beyond_end = 416;
 static_assert(vl_http_transfer::k_unknown_size == k_unknown_length);
 
+/// It goes into requests and into hosts' files: a control character would be more than a version.
+bool is_one_line(std::string_view version) {
+    return std::none_of(version.begin(), version.end(),
+                        [](char c) { return static_cast<unsigned char>(c) < ' ' || c == 0x7F; });
+}
+
 /// What names this state of the whole for good (RFC 9110, 8.8): a strong ETag, or a time of change that no further
 /// change can share. Empty when the server gives none that fits.
 std::string_view lasting_version(const HttpHead& head) {
     const std::string_view tag = head.field("ETag"), changed = head.field("Last-Modified");
     const std::string_view version = tag.starts_with('"') ? tag : changed != head.field("Date") ? changed : "";
-    return version.size() < sizeof vl_http_transfer::version ? version : "";
+    return version.size() < sizeof vl_http_transfer::version && is_one_line(version) ? version : "";
 }
 
 class DownloadSink final : public HttpSink {
@@ -41,7 +47,7 @@ public:
     }
     bool take(const void* data, size_t bytes) override {
         if (is_finished_) return true;  // the text of a 416
-        if (bytes > transfer_.size - transfer_.offset) {
+        if (bytes > body_end_ - transfer_.offset) {
             problem_ = "The server sends more than it announced";
             result_ = VL_HTTP_FAILED;
             return false;
@@ -68,12 +74,18 @@ private:
         return goes_on;
     }
     bool begin_anew(const HttpHead& head) {
-        const auto length = parse_length(head.field("Content-Length"));
         transfer_.offset = 0;
-        transfer_.size = length.value_or(k_unknown_length);
+        transfer_.size = body_end_ = head.body_bytes;
         const std::string_view version = lasting_version(head);
         *std::copy(version.begin(), version.end(), transfer_.version) = '\0';
         return tell_begin();
+    }
+    /// Nothing when the response says it twice.
+    static std::optional<ContentRange> range_of(const HttpHead& head) {
+        int count = 0;
+        for (HttpFieldWalk fields(head); fields.next();)
+            count += is_same_field(fields.name(), "Content-Range") ? 1 : 0;
+        return count == 1 ? parse_content_range(head.field("Content-Range")) : std::nullopt;
     }
     /// A server may leave its version out of a partial response, since it was asked for that very version.
     bool is_same_version(const HttpHead& head) const {
@@ -82,16 +94,18 @@ private:
         return version.empty() || version == transfer_.version;
     }
     bool begin_rest(const HttpHead& head) {
-        const auto range = parse_content_range(head.field("Content-Range"));
+        const auto range = range_of(head);
         const bool fits = range && range->has_part && range->first == transfer_.offset && is_same_version(head) &&
-                          (transfer_.size == k_unknown_length || transfer_.size == range->size);
+                          (transfer_.size == k_unknown_length || transfer_.size == range->size) &&
+                          (head.body_bytes == k_unknown_length || head.body_bytes == range->last - range->first + 1);
         if (!fits) return ask_anew();
         transfer_.size = range->size;
+        body_end_ = range->last + 1;
         return tell_begin();
     }
     /// Everything is there already, or more than everything.
     bool begin_nothing(const HttpHead& head) {
-        const auto range = parse_content_range(head.field("Content-Range"));
+        const auto range = range_of(head);
         const bool fits = range && !range->has_part && range->size == transfer_.offset &&
                           (transfer_.size == k_unknown_length || transfer_.size == range->size);
         if (!fits) return ask_anew();
@@ -106,6 +120,7 @@ private:
 
     vl_http_transfer& transfer_;
     const bool asks_for_rest_;
+    uint64_t body_end_ = k_unknown_length;  // where the whole stands when the body has come
     bool has_begun_ = false;
     bool is_finished_ = false;
     bool wants_new_begin_ = false;
@@ -146,18 +161,19 @@ int32_t download(vl_http_transfer& transfer) {
     HttpRequest request;
     request.url = transfer.url;
     request.idle_limit_ms = idle_limit_ms(transfer.timeout);
-    request.unpacks = false;
+    request.max_header_lines = vl_http_get_limits().header_lines;
     request.fields = {{"Accept-Encoding", "identity"}, {"Cache-Control", "no-cache"}};
     if (transfer.header != nullptr) {
         if (const char* problem = add_header(request, transfer.header)) return fail(transfer, problem);
     }
     const TransportLease lease(nullptr);
     if (lease.get() == nullptr) return fail(transfer, k_no_transport);
-    for (bool asks_for_rest = transfer.offset > 0 && transfer.version[0] != '\0';; asks_for_rest = false) {
+    const bool has_version = transfer.version[0] != '\0' && is_one_line(transfer.version);
+    for (bool asks_for_rest = transfer.offset > 0 && has_version;; asks_for_rest = false) {
         HttpRequest wanted = request;
         if (asks_for_rest) ask_for_rest(transfer, wanted);
         DownloadSink sink(transfer, asks_for_rest);
-        const ExchangeResult result = exchange(*lease.get(), std::move(wanted), sink);
+        const ExchangeResult result = exchange(*lease.get(), std::move(wanted), sink, Codings::kept);
         transfer.status = result.status;
         if (!sink.wants_new_begin()) return sink.finish(result.last);
     }

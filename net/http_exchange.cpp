@@ -6,7 +6,9 @@
 #include <cctype>
 #include <cstring>
 
+#include "net/body_decoder.h"
 #include "net/http_request.h"
+#include "net/response_framing.h"
 
 namespace vell {
 namespace {
@@ -17,27 +19,41 @@ bool is_redirect(const HttpHead& head) noexcept {
            std::find(std::begin(k_statuses), std::end(k_statuses), head.status) != std::end(k_statuses);
 }
 
-/// Lets a final response through. The text of a redirect is read and dropped, which keeps the connection; a long one
-/// is not worth it.
+/// Lets a final response through, decoded where that is wanted, and sees to it that all of it came. The text of a
+/// redirect is read and dropped, which keeps the connection; a long one is not worth it.
 class HopSink final : public HttpSink {
 public:
-    HopSink(HttpSink& sink, int32_t& status) : sink_(sink), status_(status) {}
+    HopSink(HttpSink& sink, int32_t& status, Codings codings) : sink_(sink), status_(status), codings_(codings) {}
 
     bool begin(const HttpHead& head) override {
         status_ = head.status;
-        if (!is_redirect(head)) return sink_.begin(head);
-        location_ = head.location;
-        return true;
+        const BodyFraming framing = read_framing(head);
+        if (framing.problem != nullptr) {
+            problem_ = framing.problem;
+            return false;
+        }
+        wanted_bytes_ = framing.bytes;
+        if (is_redirect(head)) {
+            location_ = head.location;
+            return true;
+        }
+        if (codings_ == Codings::undone && !decoder_.open(head)) return false;
+        HttpHead known = head;
+        known.body_bytes = decoder_.is_active() ? k_unknown_length : framing.bytes;
+        return sink_.begin(known);
     }
     bool take(const void* data, size_t bytes) override {
-        if (location_.empty()) return sink_.take(data, bytes);
-        dropped_bytes_ += bytes;
-        return dropped_bytes_ <= k_most_dropped_bytes;
+        taken_bytes_ += bytes;
+        if (location_.empty())
+            return decoder_.is_active() ? decoder_.take(data, bytes, sink_) : sink_.take(data, bytes);
+        return taken_bytes_ <= k_most_dropped_bytes;
     }
     bool goes_on() override {
         is_given_up_ = !sink_.goes_on();
         return !is_given_up_;
     }
+    /// What became of the response, seen from here.
+    [[nodiscard]] HttpResult finish(HttpResult result);
 
     /// Empty when the response was the last, or is not to be followed any more.
     [[nodiscard]] const std::string& location() const { return location_; }
@@ -48,10 +64,30 @@ private:
 
     HttpSink& sink_;
     int32_t& status_;
+    const Codings codings_;
+    BodyDecoder decoder_;
     std::string location_;
-    size_t dropped_bytes_ = 0;
+    std::string problem_;
+    uint64_t wanted_bytes_ = k_unknown_length;  // as sent
+    uint64_t taken_bytes_ = 0;
     bool is_given_up_ = false;
 };
+
+HttpResult HopSink::finish(HttpResult result) {
+    if (result.end == HttpEnd::complete) {
+        const bool is_short = wanted_bytes_ != k_unknown_length && taken_bytes_ < wanted_bytes_;
+        // A body of no bytes is no stream of any coding; servers send one with a length of 0.
+        const bool is_empty = wanted_bytes_ == 0;
+        if (is_short) {
+            problem_ = "The response ended " + std::to_string(wanted_bytes_ - taken_bytes_) + " bytes too early";
+        } else if (!is_empty && decoder_.is_active()) {
+            static_cast<void>(decoder_.finish());
+        }
+    }
+    const std::string& problem = problem_.empty() ? decoder_.problem() : problem_;
+    if (problem.empty()) return result;
+    return {HttpEnd::failed, problem};
+}
 
 /// Scheme, host and port of an absolute URL, in lower case, without the user's name.
 std::string origin_of(const std::string& url) {
@@ -89,11 +125,11 @@ void redirect(HttpRequest& request, int32_t status, const std::string& location)
 
 }  // namespace
 
-ExchangeResult exchange(HttpTransport& transport, HttpRequest request, HttpSink& sink) {
+ExchangeResult exchange(HttpTransport& transport, HttpRequest request, HttpSink& sink, Codings codings) {
     ExchangeResult result;
     for (int redirects = 0;; ++redirects) {
-        HopSink hop(sink, result.status);
-        result.last = transport.send(request, hop);
+        HopSink hop(sink, result.status, codings);
+        result.last = hop.finish(transport.send(request, hop));
         const bool is_followed = !hop.location().empty() && result.last.end != HttpEnd::failed && !hop.is_given_up();
         if (!is_followed) return result;
         const char* problem = url_problem(hop.location().c_str());

@@ -83,6 +83,7 @@ TransportLease::TransportLease(const void* owner) noexcept : owner_(owner), proc
 
 TransportLease::~TransportLease() {
     if (transport_ == nullptr) return;
+    const CancelShield shield;
     std::unique_ptr<HttpTransport> displaced, stale;  // closed behind the lock
     const ScopedLock lock(table_lock);
     forget_other_process(process_);
@@ -95,6 +96,14 @@ TransportLease::~TransportLease() {
 void disown_transport(const void* owner) noexcept {
     const ScopedLock lock(table_lock);
     if (Waiting* entry = find(owner)) entry->owner = nullptr;
+}
+
+void close_waiting_transports() noexcept {
+    const CancelShield shield;
+    Table closed;  // behind the lock
+    const ScopedLock lock(table_lock);
+    forget_other_process(getpid());
+    std::swap(closed, waiting.value);
 }
 
 }  // namespace vell

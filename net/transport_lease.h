@@ -35,4 +35,7 @@ private:
 /// The owner goes; its transport stays for others.
 void disown_transport(const void* owner) noexcept;
 
+/// Closes those that wait, whoever owns them.
+void close_waiting_transports() noexcept;
+
 }  // namespace vell

@@ -16,6 +16,7 @@
 #include <new>
 
 #include "platform/lock.h"
+#include "platform/strict_utf8.h"
 #include "vellcore/auto_lock.h"
 #include "vellcore/message_log.h"
 #include "vellcore/unicode_text.h"
@@ -36,34 +37,41 @@ int64_t receive_deadline_ns() noexcept {
     return limit_ms == 0 ? 0 : steady_ns() + limit_ms * k_ns_per_ms;
 }
 
-/// Servers refuse surrogates in UTF-8 (RFC 3629, 3), which the library's own texts may hold.
-bool has_surrogates(const char* text) noexcept {
-    constexpr char k_lead = '\xED';
-    for (const char* at = std::strchr(text, k_lead); at != nullptr; at = std::strchr(at + 1, k_lead))
-        if (static_cast<unsigned char>(at[1]) >= 0xA0) return true;
-    return false;
+std::string printable(const std::string& text) {
+    std::string result(vl_utf8_printable(nullptr, 0, text.data(), text.size(), VL_BACKSLASHES_KEPT), '\0');
+    vl_utf8_printable(result.data(), result.size() + 1, text.data(), text.size(), VL_BACKSLASHES_KEPT);
+    return result;
+}
+
+/// The error without what the words of servers and proxies would do to a log or a terminal.
+WebSocketError shown_error(const WebSocketError& error) noexcept {
+    WebSocketError shown;
+    shown.code = error.code;
+    shown.close_code = error.close_code;
+    try {
+        shown.description = printable(error.description);
+        shown.reason = printable(error.reason);
+    } catch (const std::exception&) {  // short of memory: the codes have to do
+    }
+    return shown;
 }
 
 void log_nserror(const char* where, const WebSocketError& error) noexcept {
-    if (!error) return;
     msgerror("%s: code: %d", where, error.code);
-    msgerror("description: %s", error.description.c_str());
+    if (!error.description.empty()) msgerror("description: %s", error.description.c_str());
     if (!error.reason.empty()) msgerror("reason: %s", error.reason.c_str());
 }
 
 }  // namespace
 
 void WebSocketCall::complete(const WebSocketError& error, WebSocketMessage* received) noexcept {
-    log_nserror(name, error);
+    WebSocketError shown = shown_error(error);
+    if (error) log_nserror(name, shown);
     const CancelShield shield;
     const AutoLock lock(owner.mutex);
     is_ok = !error;
     if (is_ok && received != nullptr) message = std::move(*received);
-    try {
-        if (!is_ok) owner.failure = error;
-    } catch (const std::exception&) {
-        owner.failure.close_code = error.close_code;
-    }
+    if (!is_ok) owner.failure = std::move(shown);
     is_done.store(true, std::memory_order_release);
     owner.pending = --owner.pending_calls > 0 ? 1 : 0;
     mp_cond_broadcast(owner.condition);
@@ -163,7 +171,7 @@ bool WebSocketImpl::SendData(void* bytes, unsigned long size) noexcept {
 }
 
 bool WebSocketImpl::SendText(const char* text) noexcept {
-    if (text == nullptr || vl_utf8_is_valid(text) == 0 || vell::has_surrogates(text)) return false;
+    if (text == nullptr || !vell::is_utf8(text)) return false;
     return send(vell::MessageKind::text, text, std::char_traits<char>::length(text), "WebSocket::SendText");
 }
 

@@ -35,6 +35,9 @@ struct CurlCalls {
     decltype(&curl_url_strerror) url_strerror = nullptr;
 };
 
+/// What the system's loader knows the library by; each system has its file.
+extern const char* const curl_library_name;
+
 /// Null until load_curl was true.
 extern CurlCalls curl;
 

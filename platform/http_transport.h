@@ -3,15 +3,18 @@
 // To port: one class that sends a request and tells a sink what comes back. What is asked of it:
 // - http and https; certificates and host names are checked against the system's trust store, to which the files that
 //   SSL_CERT_FILE and SSL_CERT_DIR name are added; proxies come from the environment.
-// - Connections are kept between the requests of one object.
+// - Connections are kept between the requests of one object. One on which something came without a request, or that the
+//   server has closed, is not used again (RFC 9112, 9.2).
 // - The limit is one of idleness: it starts anew with everything that goes over the wire, and it also ends a search for
 //   the host's address and a connection that is not answered. Milliseconds count.
 // - No signal is raised in the process, and none of its signal handling is changed.
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -34,20 +37,47 @@ struct HttpRequest {
     uint64_t body_bytes = 0;
     bool has_body = false;  ///< also for one of no bytes
     int64_t idle_limit_ms = 0;
-    bool unpacks = true;  ///< offers gzip, and delivers what came as if it had not been packed
+    std::chrono::steady_clock::time_point deadline = std::chrono::steady_clock::time_point::max();
+    uint32_t max_header_lines = 0;  ///< fields, those of interim responses and behind the body included; 0: no limit
 };
+
+inline constexpr uint64_t k_unknown_length = ~uint64_t{0};
 
 /// What stands above a response's body.
 struct HttpHead {
     int32_t status = 0;
-    std::string lines;     ///< "Name: value" with a line's end each, as they came
+    std::string lines;     ///< "Name: value" with a line's end each, as they came; folded lines are joined
     std::string location;  ///< where a response of 3xx points to, made absolute; else empty
+    uint64_t body_bytes =
+        k_unknown_length;  ///< what the sink will get, where that is known. Not the transport's to set
 
     /// The value of the first field of that name, without the blanks around it; empty when there is none.
     [[nodiscard]] std::string_view field(std::string_view name) const noexcept;
 };
 
-/// Takes a response as it comes, on the thread that sends. What answers false ends the transfer.
+/// The fields of a head, one after another.
+class HttpFieldWalk {
+public:
+    explicit HttpFieldWalk(const HttpHead& head) noexcept : rest_(head.lines) {}
+    /// False after the last. Lines without a colon are left out.
+    [[nodiscard]] bool next() noexcept;
+    /// As it came: with the blanks that may stand before the colon, although none is allowed there.
+    [[nodiscard]] std::string_view name() const noexcept { return name_; }
+    /// Without the blanks around it.
+    [[nodiscard]] std::string_view value() const noexcept { return value_; }
+
+private:
+    std::string_view rest_, name_, value_;
+};
+
+/// Without blanks, tabs and the end of a line at its ends.
+[[nodiscard]] std::string_view without_blanks(std::string_view text) noexcept;
+
+/// The code of a status line (RFC 9112, 4): three digits, at least 100. Nothing for any other line.
+[[nodiscard]] std::optional<int32_t> parse_status_line(std::string_view line) noexcept;
+
+/// Takes a response as it comes, on the thread that sends. What answers false ends the transfer. The body is as it was
+/// sent, its Content-Encoding included; of transfer codings the transport knows chunks only.
 class HttpSink {
 public:
     /// The response has begun. Not called for interim responses (1xx).

@@ -14,6 +14,10 @@
 // without a body; all others repeat the request. A header of the caller's that is meant for one host (Authorization,
 // Cookie, Host) does not go on to another.
 //
+// A response is complete when all of it came (RFC 9112, 6.3): a Content-Length that is not a number, or is repeated
+// with another value, fails the request, and so does a body that is shorter, or whose packing (gzip, deflate) stops in
+// the middle. Bodies with other codings fail.
+//
 // Calls wait until the response is whole, and work without vl_initialize. Connections are kept between the requests of
 // an object for its next one.
 
@@ -120,6 +124,38 @@ private:
     bool secure = true;  // nothing asks for it
 };
 static_assert(sizeof(vl_http_socket) == 296, "hosts know the size");
+
+// --- Limits and connections -------------------------------------------------------------------------------------
+
+/// What a server may make a request cost. The defaults change nothing: they are what holds without limits of the
+/// host's.
+struct vl_http_limits {
+    static constexpr unsigned long long k_max_body_bytes = 0xFFFFFFFF;
+
+    /// Of a body in memory (vl_http_socket), counted after unpacking: a few hundred KiB of gzip may become hundreds of
+    /// MiB. A larger one fails the request. At the default, which is the largest value, it is no body instead (see
+    /// GetHttpData).
+    unsigned long long body_bytes = k_max_body_bytes;
+    /// Milliseconds that a request of vl_http_socket may take in all, redirects included, whatever comes; 0: no limit.
+    /// (A download ends itself with its `wait` callback.)
+    unsigned int total_ms = 0;
+    /// Fields above and behind a body, those of interim responses included; 0: no limit beyond the 256 KiB that all of
+    /// them may have together in any case. Downloads too.
+    unsigned int header_lines = 0;
+};
+
+/// Sets the limits for all requests of the process that begin later. A request that exceeds one fails with a text.
+/// @thread  any.
+VELL_API void vl_http_set_limits(const vl_http_limits& limits) noexcept;
+
+/// The limits in force. @thread  any.
+[[nodiscard]] VELL_API vl_http_limits vl_http_get_limits() noexcept;
+
+/// Closes the connections that are kept for later requests; those of requests under way stay. vl_closedown does it too.
+/// Later requests connect again.
+/// @thread  any. Holds the transport-table lock, but not while connections are closed.
+/// @waits   for nothing: servers are not waited for.
+VELL_API void vl_http_close_connections() noexcept;
 
 // --- Downloads --------------------------------------------------------------------------------------------------
 

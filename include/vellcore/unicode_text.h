@@ -185,6 +185,28 @@ VELL_API char* vl_byte_to_utf8(char* out, size_t capacity, const char* in) noexc
 /// @return  the output.
 VELL_API char* validate_ascii_xml_text(char* out, size_t capacity, const char* in) noexcept;
 
+/// What vl_utf8_printable does to backslashes.
+enum vl_backslashes : int32_t {
+    VL_BACKSLASHES_KEPT = 0,     ///< stay as they are
+    VL_BACKSLASHES_DOUBLED = 1,  ///< become two, so that the result tells exactly what the text was
+};
+
+/// Makes a text of unknown origin (a file's name, a server's words) fit to be shown on a terminal or in a line of the
+/// log: control characters (C0, DEL and C1), characters that change the direction of text or have no width, line and
+/// paragraph separators, and bytes that are not UTF-8 (RFC 3629; surrogates are not) become \n, \t, \r, or \x and
+/// two hexadecimal digits for each byte. All other text is copied.
+///
+/// @param out          gets as much of the result as fits, never part of an escape or a character, and a zero; may be
+///                     null when `capacity` is 0.
+/// @param capacity     of `out`, bytes, its zero included.
+/// @param text         may hold zeros; may be null when `length` is 0.
+/// @param length       bytes.
+/// @param backslashes  a vl_backslashes.
+/// @return  the length of the complete result, bytes, without its zero: at most four times `length`. It is `length`
+///          exactly when the text is copied as it is.
+VELL_API size_t vl_utf8_printable(char* out, size_t capacity, const char* text, size_t length,
+                                  int32_t backslashes) noexcept;
+
 /// 1 when the whole string is valid (see utf8_code_len), else 0.
 [[nodiscard]] VELL_API int vl_utf8_is_valid(const char* s) noexcept;
 

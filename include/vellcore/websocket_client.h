@@ -62,8 +62,9 @@ protected:
 ///
 /// A failed operation writes three error lines: "WebSocket::ReceiveData: code: 111" (or "WebSocket::SendData",
 /// "WebSocket::SendText"), then "description: " and "reason: ". The code is the system's (errno), OpenSSL's, the HTTP
-/// status of a handshake that was declined, or the close code that the server sent. A server that closes the connection
-/// properly ends it in the same way; GetCloseCode tells the difference.
+/// status of a handshake that was declined, or the close code that the server sent. What servers and proxies say in
+/// these lines is escaped as by vl_utf8_printable. A server that closes the connection properly ends it in the same
+/// way; GetCloseCode tells the difference.
 ///
 /// @thread  One operation at a time is meant. A send beside a receive works, a second send or receive waits for the
 ///          first. Disconnect and Destroy may be called while another thread waits in an operation: it ends with false.
@@ -124,7 +125,7 @@ public:
     ///          1001 when it goes away, 1005 when it gave no code; 1006 when the connection was lost or never made (RFC
     ///          6455, 7.4.1).
     [[nodiscard]] static int GetCloseCode(const VlWebSocket* socket) noexcept;
-    /// The description and reason that were logged last since Connect: "Connection refused (connecting to 127.0.0.1
+    /// The description and reason as they were logged last since Connect: "Connection refused (connecting to 127.0.0.1
     /// port 80)"; an empty text while nothing failed.
     /// @param text      gets as much of it as fits, and a zero.
     /// @param capacity  bytes of `text`, its zero included.

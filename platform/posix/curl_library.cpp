@@ -7,12 +7,6 @@
 namespace vell {
 namespace {
 
-#if defined(__APPLE__)
-constexpr const char* k_library = "libcurl.4.dylib";
-#else
-constexpr const char* k_library = "libcurl.so.4";
-#endif
-
 template <class Function>
 bool find(void* library, const char* name, Function*& function) noexcept {
     function = reinterpret_cast<Function*>(dlsym(library, name));
@@ -20,7 +14,7 @@ bool find(void* library, const char* name, Function*& function) noexcept {
 }
 
 bool find_all() noexcept {
-    void* library = dlopen(k_library, RTLD_NOW | RTLD_LOCAL);  // stays for good
+    void* library = dlopen(curl_library_name, RTLD_NOW | RTLD_LOCAL);  // stays for good
     if (library == nullptr) return false;
     return find(library, "curl_easy_cleanup", curl.easy_cleanup) &&
            find(library, "curl_easy_getinfo", curl.easy_getinfo) && find(library, "curl_easy_init", curl.easy_init) &&

@@ -1,6 +1,11 @@
 // HTTP through libcurl's multi interface, which is the one that lets us keep the time: the limits of the simple
 // interface count whole seconds and end transfers that are slow but alive.
 
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
@@ -95,11 +100,15 @@ struct Transfer {
     CURL* easy;
     CURLU* url;
     HttpSink& sink;
-    HttpHead head;
-    size_t header_bytes = 0;  ///< of interim responses too
+    uint32_t max_header_lines;  ///< 0: no limit
+    HttpHead head{};
+    size_t header_bytes = 0;    ///< of interim responses too
+    uint32_t header_lines = 0;  ///< as well
     bool has_begun = false;
     bool is_stopped = false;  ///< by the sink
-    std::string problem;      ///< found on our side
+    std::string problem{};    ///< found on our side
+    bool is_short_of_memory = false;
+    char thrown[128] = "";  ///< what a callback threw
 
     bool ask(bool goes_on) noexcept {
         is_stopped |= !goes_on;
@@ -109,11 +118,8 @@ struct Transfer {
 
 /// Completes the head when its last line has come.
 void finish_head(Transfer& transfer) {
-    long status = 0;
-    curl.easy_getinfo(transfer.easy, CURLINFO_RESPONSE_CODE, &status);
     HttpHead& head = transfer.head;
-    head.status = static_cast<int32_t>(status);
-    if (status / 100 != 3) return;
+    if (head.status / 100 != 3) return;
     const std::string_view location = head.field("Location");
     if (!location.empty()) head.location = absolute_location(transfer.url, std::string(location).c_str());
 }
@@ -121,42 +127,114 @@ void finish_head(Transfer& transfer) {
 /// What the callbacks answer to have the transfer ended.
 constexpr size_t k_end_transfer = 0;
 
+size_t end_transfer(Transfer& transfer, const char* problem) {
+    transfer.problem = problem;
+    return k_end_transfer;
+}
+
+size_t take_line(Transfer& transfer, std::string_view line) {
+    HttpHead& head = transfer.head;
+    transfer.header_bytes += line.size();
+    if (transfer.header_bytes > k_most_header_bytes)
+        return end_transfer(transfer, "The header of the response is too long");
+    const bool is_end = line.size() <= 2 && (line[0] == '\r' || line[0] == '\n');
+    if (head.status != 0 && !is_end && ++transfer.header_lines > transfer.max_header_lines &&
+        transfer.max_header_lines != 0)
+        return end_transfer(transfer, "The header of the response has more lines than the host's limit");
+    if (transfer.has_begun) return line.size();  // fields behind a body change nothing any more
+    if (head.status == 0) {
+        const auto status = parse_status_line(line);
+        if (!status) return end_transfer(transfer, "The response has an invalid status line");
+        head.status = *status;
+        return line.size();
+    }
+    if (!is_end) {
+        const bool is_folded = (line[0] == ' ' || line[0] == '\t') && !head.lines.empty();  // RFC 9112, 5.2
+        if (is_folded) head.lines.resize(head.lines.find_last_not_of("\r\n") + 1);
+        head.lines.append(line);
+        return line.size();
+    }
+    finish_head(transfer);
+    if (head.status / 100 == 1) {
+        head = {};
+        return line.size();
+    }
+    transfer.has_begun = true;
+    return transfer.ask(transfer.sink.begin(head)) ? line.size() : k_end_transfer;
+}
+
+/// Runs what a callback does; nothing may be thrown through the library.
+template <class Body>
+size_t guarded(Transfer& transfer, Body body) noexcept {
+    try {
+        return body();
+    } catch (const std::bad_alloc&) {
+        transfer.is_short_of_memory = true;
+    } catch (const std::exception& error) {
+        std::snprintf(transfer.thrown, sizeof transfer.thrown, "%s", error.what());
+    }
+    return k_end_transfer;
+}
+
 size_t take_header_line(char* line, size_t, size_t bytes, void* context) noexcept {
     auto& transfer = *static_cast<Transfer*>(context);
-    try {
-        transfer.header_bytes += bytes;
-        if (transfer.header_bytes > k_most_header_bytes) {
-            transfer.problem = "The header of the response is too long";
-            return k_end_transfer;
-        }
-        if (transfer.has_begun) return bytes;  // fields behind a body change nothing any more
-        const bool is_end = bytes <= 2 && (line[0] == '\r' || line[0] == '\n');
-        if (!is_end) {
-            transfer.head.lines.append(line, bytes);
-            return bytes;
-        }
-        finish_head(transfer);
-        if (transfer.head.status / 100 == 1) {
-            transfer.head.lines.clear();
-            return bytes;
-        }
-        transfer.has_begun = true;
-        return transfer.ask(transfer.sink.begin(transfer.head)) ? bytes : k_end_transfer;
-    } catch (const std::exception& error) {
-        transfer.problem = "Out of memory";
-        return k_end_transfer;
-    }
+    return guarded(transfer, [&] { return take_line(transfer, {line, bytes}); });
 }
 
 size_t take_body(char* data, size_t, size_t bytes, void* context) noexcept {
     auto& transfer = *static_cast<Transfer*>(context);
-    try {
-        return transfer.ask(transfer.sink.take(data, bytes)) ? bytes : k_end_transfer;
-    } catch (const std::exception& error) {
-        transfer.problem = "Out of memory";
-        return k_end_transfer;
-    }
+    return guarded(transfer, [&] { return transfer.ask(transfer.sink.take(data, bytes)) ? bytes : k_end_transfer; });
 }
+
+/// The library's sockets. Between two requests they are those of kept connections, which have nothing to say.
+class KeptSockets {
+public:
+    KeptSockets() = default;
+    KeptSockets(const KeptSockets&) = delete;
+    KeptSockets& operator=(const KeptSockets&) = delete;
+
+    /// Ends the connections on which anything came since the last request: the library would take it for the response
+    /// to the next one (RFC 9112, 9.2). The descriptors stay the library's.
+    void discard_disturbed() const noexcept {
+        for (const int descriptor : descriptors_) {
+            pollfd looked_at{descriptor, POLLIN, 0};
+            if (poll(&looked_at, 1, 0) != 0) put_end_in_place_of(descriptor);
+        }
+    }
+
+    static curl_socket_t open(void* context, curlsocktype, curl_sockaddr* address) noexcept {
+        const int descriptor = socket(address->family, address->socktype, address->protocol);
+        if (descriptor < 0) return CURL_SOCKET_BAD;
+        fcntl(descriptor, F_SETFD, FD_CLOEXEC);
+        try {
+            static_cast<KeptSockets*>(context)->descriptors_.push_back(descriptor);
+        } catch (const std::bad_alloc&) {
+            ::close(descriptor);
+            return CURL_SOCKET_BAD;
+        }
+        return descriptor;
+    }
+    static int close(void* context, curl_socket_t descriptor) noexcept {
+        std::erase(static_cast<KeptSockets*>(context)->descriptors_, descriptor);
+        return ::close(descriptor);
+    }
+
+private:
+    /// What reads from it then finds the end of a connection and none of the bytes that came, through TLS too.
+    static void put_end_in_place_of(int descriptor) noexcept {
+        int ends[2];
+        if (socketpair(AF_UNIX, SOCK_STREAM, 0, ends) != 0) {
+            shutdown(descriptor, SHUT_RDWR);
+            return;
+        }
+        ::close(ends[1]);
+        dup2(ends[0], descriptor);
+        fcntl(descriptor, F_SETFD, FD_CLOEXEC);
+        ::close(ends[0]);
+    }
+
+    std::vector<int> descriptors_;
+};
 
 /// The handle is the loop's to the end of the scope.
 class UnderWay {
@@ -193,10 +271,19 @@ public:
             return exchange(request, sink);
         } catch (const std::bad_alloc&) {
             return {HttpEnd::failed, "Out of memory"};
+        } catch (const std::exception& error) {
+            return failure(error);
         }
     }
 
 private:
+    static HttpResult failure(const std::exception& error) noexcept {
+        try {
+            return {HttpEnd::failed, error.what()};
+        } catch (const std::exception&) {
+            return {HttpEnd::failed, "Out of memory"};
+        }
+    }
     HttpResult exchange(const HttpRequest& request, HttpSink& sink) {
         const Url url(curl.url());
         if (url == nullptr) throw std::bad_alloc();
@@ -204,11 +291,12 @@ private:
         if (wrong != CURLUE_OK) return {HttpEnd::failed, curl.url_strerror(wrong)};
         LineList lines;
         add_header_lines(request, lines);
-        Transfer transfer{easy_.get(), url.get(), sink, {}, 0, false, false, ""};
+        Transfer transfer{easy_.get(), url.get(), sink, request.max_header_lines};
+        sockets_.discard_disturbed();
         if (!is_fresh_) refresh();
         if (is_encrypted(request.url)) trust_authorities_of_environment();
         set_request(request, transfer, lines);
-        return run(transfer, request.idle_limit_ms);
+        return run(transfer, request);
     }
 
     /// The library counts the kept connections that servers had closed, and would give up after five in a handle's
@@ -229,6 +317,10 @@ private:
         curl.easy_setopt(easy, CURLOPT_BUFFERSIZE, k_receive_bytes);
         curl.easy_setopt(easy, CURLOPT_HEADERFUNCTION, take_header_line);
         curl.easy_setopt(easy, CURLOPT_WRITEFUNCTION, take_body);
+        curl.easy_setopt(easy, CURLOPT_OPENSOCKETFUNCTION, KeptSockets::open);
+        curl.easy_setopt(easy, CURLOPT_OPENSOCKETDATA, &sockets_);
+        curl.easy_setopt(easy, CURLOPT_CLOSESOCKETFUNCTION, KeptSockets::close);
+        curl.easy_setopt(easy, CURLOPT_CLOSESOCKETDATA, &sockets_);
     }
 
     /// The system's folder of authorities stays in force beside the file.
@@ -243,7 +335,6 @@ private:
         CURL* easy = easy_.get();
         curl.easy_setopt(easy, CURLOPT_CURLU, transfer.url);
         curl.easy_setopt(easy, CURLOPT_HTTPHEADER, lines.get());
-        curl.easy_setopt(easy, CURLOPT_ACCEPT_ENCODING, request.unpacks ? "gzip, deflate" : nullptr);
         // Of this time the library leaves each of a host's addresses its share.
         curl.easy_setopt(easy, CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(request.idle_limit_ms));
         if (request.has_body) {
@@ -258,17 +349,19 @@ private:
         curl.easy_setopt(easy, CURLOPT_WRITEDATA, &transfer);
     }
 
-    HttpResult run(Transfer& transfer, int64_t idle_limit_ms) {
+    HttpResult run(Transfer& transfer, const HttpRequest& request) {
         error_text_[0] = '\0';
         is_fresh_ = false;
         CURLcode code = CURLE_OK;
         bool has_ended = false;
         {
             const UnderWay under_way(multi_, easy_.get());
-            has_ended = drive(transfer, idle_limit_ms, code);
+            has_ended = drive(transfer, request, code);
         }
         long connections = 0;
         is_fresh_ = curl.easy_getinfo(easy_.get(), CURLINFO_NUM_CONNECTS, &connections) == CURLE_OK && connections == 0;
+        if (transfer.is_short_of_memory) throw std::bad_alloc();
+        if (transfer.thrown[0] != '\0') return {HttpEnd::failed, transfer.thrown};
         if (!transfer.problem.empty()) return {HttpEnd::failed, transfer.problem};
         if (transfer.is_stopped) return {HttpEnd::stopped, ""};
         // The library takes a connection that closes between two fields for an empty response.
@@ -284,9 +377,9 @@ private:
     }
 
     /// Moves the transfer on until it ends. False when it was ended here; the transfer says why.
-    bool drive(Transfer& transfer, int64_t idle_limit_ms, CURLcode& code) {
+    bool drive(Transfer& transfer, const HttpRequest& request, CURLcode& code) {
         using Clock = std::chrono::steady_clock;
-        const auto limit = std::chrono::milliseconds(idle_limit_ms);
+        const auto limit = std::chrono::milliseconds(request.idle_limit_ms);
         Clock::time_point last_sign = Clock::now();
         for (int signs = 1;;) {
             int running = 0;
@@ -298,13 +391,19 @@ private:
             if (now - last_sign >= limit) {
                 char text[64];
                 std::snprintf(text, sizeof text, "Timed out: nothing came for %lld.%03lld seconds",
-                              static_cast<long long>(idle_limit_ms / 1000),
-                              static_cast<long long>(idle_limit_ms % 1000));
+                              static_cast<long long>(limit.count() / 1000),
+                              static_cast<long long>(limit.count() % 1000));
                 transfer.problem = text;
                 return false;
             }
+            if (now >= request.deadline) {
+                transfer.problem = "Timed out: the request took longer than its limit";
+                return false;
+            }
             if (!transfer.ask(transfer.sink.goes_on())) return false;
-            const auto left = std::chrono::ceil<std::chrono::milliseconds>(limit - (now - last_sign)).count();
+            const auto left = std::chrono::ceil<std::chrono::milliseconds>(
+                                  std::min<Clock::duration>(limit - (now - last_sign), request.deadline - now))
+                                  .count();
             const int wait_ms = static_cast<int>(std::min<int64_t>(left, k_question_ms));
             if (!is_fine(curl.multi_poll(multi_, nullptr, 0, wait_ms, &signs), transfer)) return false;
         }
@@ -314,6 +413,7 @@ private:
         return true;
     }
 
+    KeptSockets sockets_;
     CURLM* multi_;
     std::unique_ptr<CURL, Release> easy_;
     bool is_fresh_ = false;  ///< as refresh() left it, but for what every request sets

@@ -27,9 +27,11 @@
 #include <optional>
 #include <vector>
 
+#include "platform/http_transport.h"
 #include "platform/posix/open_links.h"
 #include "platform/posix/signals_blocked.h"
 #include "platform/posix/websocket_pipe.h"
+#include "platform/strict_utf8.h"
 #include "platform/thread_identity.h"
 #include "platform/websocket_transport.h"
 
@@ -51,6 +53,29 @@ std::string basic_authorization(const std::string& credentials) {
                                        reinterpret_cast<const unsigned char*>(credentials.data()),
                                        static_cast<int>(credentials.size()));
     return "Basic " + text.substr(0, static_cast<size_t>(length));
+}
+
+WebSocketError thrown_error(const std::exception& exception, std::string reason) {
+    const auto* of_system = dynamic_cast<const boost::system::system_error*>(&exception);
+    const bool is_memory = dynamic_cast<const std::bad_alloc*>(&exception) != nullptr;
+    const int code = of_system != nullptr ? of_system->code().value() : is_memory ? ENOMEM : EIO;
+    return {code, exception.what(), std::move(reason), WebSocketError::k_no_close_frame};
+}
+
+/// What Beast lets through of a response to the handshake, although it has to fail (RFC 6455, 4.1 and 11.3). Null when
+/// the response is fine. We ask for no extension and no subprotocol.
+const char* handshake_problem(const websocket::response_type& response) {
+    using beast::http::field;
+    const auto says_something = [&response](field name) {
+        const auto [first, last] = response.equal_range(name);
+        return std::any_of(first, last, [](const auto& each) { return !without_blanks(each.value()).empty(); });
+    };
+    if (says_something(field::sec_websocket_extensions)) return "The server uses an extension that was not asked for";
+    if (says_something(field::sec_websocket_protocol)) return "The server uses a subprotocol that was not asked for";
+    if (response.count(field::sec_websocket_accept) != 1) return "The server accepts more than once";
+    if (response.count(field::upgrade) != 1 || !beast::iequals(response[field::upgrade], "websocket"))
+        return "The server switches to another protocol";
+    return nullptr;
 }
 
 class Link;
@@ -126,7 +151,7 @@ private:
     void on_connected(error_code error, size_t);
     void ask_proxy();
     void on_proxy_asked(error_code error, size_t);
-    void on_proxy_answered(error_code error, size_t);
+    void on_proxy_answered(error_code error, size_t count);
     void secure();
     void on_secured(error_code error, size_t);
     void upgrade();
@@ -141,11 +166,13 @@ private:
     void on_written(error_code error, size_t);
     void read_on();
     void on_read(error_code error, size_t count);
+    void finish_incoming();
     /// Hands out what was read, as far as somebody asks for it.
     void deliver();
 
     void fail(WebSocketError error);
     void fail(error_code error, std::string reason) { fail(error_from(error, std::move(reason))); }
+    void end_with(WebSocketError error, websocket::close_code code);
     void cancel();
     void close(websocket::close_code code);
     void on_close_ended(error_code, size_t) { close_socket(); }
@@ -234,7 +261,7 @@ void Link::run_as_owner() noexcept {
     try {
         begin();
     } catch (const std::exception& exception) {
-        fail({ENOMEM, exception.what(), "connecting", WebSocketError::k_no_close_frame});
+        fail(thrown_error(exception, "connecting"));
     }
     while (!has_ended()) {
         run_while_not([this] { return has_ended(); });
@@ -250,7 +277,7 @@ void Link::run_while_not(Condition is_enough) noexcept {
         while (!is_enough() && context_.run_one() != 0) {
         }
     } catch (const std::exception& exception) {
-        fail({ENOMEM, exception.what(), "", WebSocketError::k_no_close_frame});
+        fail(thrown_error(exception, ""));
     }
 }
 
@@ -264,7 +291,7 @@ void Link::help_until(const std::atomic<bool>& is_done, int64_t deadline_ns) noe
             while (!is_done.load(std::memory_order_relaxed) && context_.run_one_until(deadline) != 0) {
             }
         } catch (const std::exception& exception) {
-            fail({ENOMEM, exception.what(), "", WebSocketError::k_no_close_frame});
+            fail(thrown_error(exception, ""));
         }
     }
     turn.give_back(receiver_ != nullptr || send_.completion != nullptr);
@@ -283,8 +310,7 @@ void Link::post_or_fail(WebSocketCompletion* completion, Task task) noexcept {
             completion->complete(error_from(net::error::operation_aborted, "the process exits, or has forked"),
                                  nullptr);
     } catch (const std::exception& exception) {
-        if (completion != nullptr)
-            completion->complete({ENOMEM, exception.what(), "", WebSocketError::k_no_close_frame}, nullptr);
+        if (completion != nullptr) completion->complete(thrown_error(exception, ""), nullptr);
     }
 }
 
@@ -424,14 +450,16 @@ void Link::on_proxy_asked(error_code error, size_t) {
                           step(&Link::on_proxy_answered));
 }
 
-void Link::on_proxy_answered(error_code error, size_t) {
+void Link::on_proxy_answered(error_code error, size_t count) {
     if (state_ != State::connecting) return;
     if (error) return fail(error, doing_);
-    constexpr size_t k_version_length = 9;  // "HTTP/1.1 "
-    const std::string status = proxy_text_.substr(0, proxy_text_.find("\r\n"));
-    if (status.rfind("HTTP/1.", 0) != 0 || status.substr(std::min(k_version_length, status.size()), 1) != "2")
+    const std::string line = proxy_text_.substr(0, proxy_text_.find("\r\n"));
+    const auto status = parse_status_line(line);
+    if (!status || *status / 100 != 2)
         return fail(
-            {ECONNREFUSED, "The proxy refused the tunnel", doing_ + ": " + status, WebSocketError::k_no_close_frame});
+            {ECONNREFUSED, "The proxy refused the tunnel", doing_ + ": " + line, WebSocketError::k_no_close_frame});
+    if (count != proxy_text_.size())  // servers speak second, through TLS too
+        return fail({EPROTO, "The proxy sent more than its answer", doing_, WebSocketError::k_no_close_frame});
     secure();
 }
 
@@ -470,6 +498,8 @@ void Link::on_upgraded(error_code error, size_t) {
                      WebSocketError::k_no_close_frame});
     }
     if (error) return fail(error, doing_);
+    if (const char* problem = handshake_problem(response_))
+        return fail({EPROTO, problem, doing_, WebSocketError::k_no_close_frame});
     state_ = State::open;
     limit_.cancel();
     set_timeout(limits_.close_ms);
@@ -531,17 +561,35 @@ void Link::on_read(error_code error, size_t count) {
     if (state_ == State::closing) return;
     if (error == websocket::error::closed) {
         const websocket::close_reason& reason = stream_->reason();
-        fail({reason.code, "The server closed the connection with code " + std::to_string(reason.code),
-              std::string(reason.reason.data(), reason.reason.size()), reason.code});
+        const int sent = reason.code,
+                  code = sent != websocket::close_code::none ? sent : websocket::close_code::no_status;
+        fail({code, "The server closed the connection with code " + std::to_string(code),
+              std::string(reason.reason.data(), reason.reason.size()), code});
     } else if (error) {
         fail(error, "receiving");
     } else {
         incoming_.bytes.commit(count);
         incoming_.kind = stream_->got_text() ? MessageKind::text : MessageKind::binary;
         is_incoming_whole_ = stream_->is_message_done();
-        if (is_incoming_whole_) incoming_.bytes.trim();
+        if (is_incoming_whole_) finish_incoming();
         deliver();
     }
+}
+
+/// Beast looks at a text piece by piece, and not at its end when the last frame is empty: a text that ends inside a
+/// character would pass, and the next one would be taken for the rest of it.
+void Link::finish_incoming() {
+    incoming_.bytes.trim();
+    if (incoming_.kind != MessageKind::text || is_utf8({incoming_.bytes.data(), incoming_.bytes.size()})) return;
+    incoming_ = {};
+    is_incoming_whole_ = false;
+    end_with(error_from(websocket::error::bad_frame_payload, "receiving"), websocket::close_code::bad_payload);
+}
+
+/// Fails, and tells the server why where that is possible.
+void Link::end_with(WebSocketError error, websocket::close_code code) {
+    if (!failure_) failure_ = std::move(error);
+    is_writing_ ? close_socket() : close(code);
 }
 
 void Link::deliver() {
@@ -557,9 +605,9 @@ void Link::deliver() {
         hold();
         std::exchange(receiver_, nullptr)->complete({}, &message);
     } else if (receiver_ != nullptr && incoming_.bytes.size() > max_message_ && !failure_) {
-        failure_ = error_from(net::error::message_size,
-                              "receiving more than " + std::to_string(max_message_) + " bytes in one message");
-        is_writing_ ? close_socket() : close(websocket::close_code::too_big);
+        end_with(error_from(net::error::message_size,
+                            "receiving more than " + std::to_string(max_message_) + " bytes in one message"),
+                 websocket::close_code::too_big);
     }
     if (failure_) return answer();
     read_on();

@@ -2,38 +2,13 @@
 
 #include <atomic>
 #include <chrono>
-#include <cstring>
 #include <string>
 #include <vector>
 
 #include "support/lying_server.h"
-#include "vellcore/http_client.h"
+#include "tests/net/http_asking.h"
 
 namespace {
-
-/// "status body", "status -" for no body, or "status ! error".
-std::string ask(const std::string& url, unsigned limit_ms = 30000) {
-    vl_http_socket http;
-    http.SetTimeOut(0, limit_ms, 0);
-    unsigned long long size = 0;
-    const unsigned char* data = http.GetHttpData(url.c_str(), VL_HTTP_GET, nullptr, 0, nullptr, &size);
-    const std::string status = std::to_string(http.GetStatusCode()) + " ";
-    if (*http.LastErrorString() != '\0') return status + "! " + http.LastErrorString();
-    return data == nullptr ? status + "-" : status + std::string(reinterpret_cast<const char*>(data), size);
-}
-
-/// A download that keeps what came.
-struct Download : vl_http_transfer {
-    explicit Download(const std::string& address) {
-        url = address.c_str();
-        context = this;
-        data = [](vl_http_transfer& now, const void* bytes, size_t length) {
-            static_cast<Download*>(now.context)->got.append(static_cast<const char*>(bytes), length);
-            return true;
-        };
-    }
-    std::string got;
-};
 
 const std::string k_ok = "HTTP/1.1 200 OK\r\n";
 
@@ -70,33 +45,6 @@ TEST(LyingServers, FailOrSucceedAtEveryByte) {
                 EXPECT_EQ(ask(url), "200 twelve bytes");
             }
         }
-    }
-}
-
-TEST(LyingServers, AreNotBelieved) {
-    const struct {
-        const char* what;
-        std::string said, answer;
-    } cases[] = {
-        {"more than announced", k_ok + "Content-Length: 3\r\n\r\nabcdef", "200 abc"},
-        {"less than announced", k_ok + "Content-Length: 7\r\n\r\nabc",
-         "200 ! transfer closed with 4 bytes remaining to read"},
-        {"a terabyte", k_ok + "Content-Length: 1099511627776\r\n\r\nabc", "200 -"},
-        {"4 GiB less one byte", k_ok + "Content-Length: 4294967295\r\n\r\nabc",
-         "200 ! transfer closed with 4294967292 bytes remaining to read"},
-        {"a length that is none", k_ok + "Content-Length: -5\r\n\r\nabc", "0 ! Invalid Content-Length: value"},
-        {"a length beyond counting", k_ok + "Content-Length: 99999999999999999999\r\n\r\nabc", "200 abc"},
-        {"a chunk without a length", k_ok + "Transfer-Encoding: chunked\r\n\r\nxyz\r\n",
-         "200 ! Illegal or missing hexadecimal sequence in chunked-encoding"},
-        {"not packed", k_ok + "Content-Encoding: gzip\r\nContent-Length: 3\r\n\r\nabc",
-         "200 ! Error while processing content unencoding: incorrect header check"},
-        {"no HTTP", "SSH-2.0-OpenSSH\r\n", "0 ! Received HTTP/0.9 when not allowed"},
-        {"a redirect without a place", "HTTP/1.1 302 Found\r\nContent-Length: 2\r\n\r\nhi", "302 hi"},
-        {"a redirect into nothing", "HTTP/1.1 302 Found\r\nLocation:\r\nContent-Length: 2\r\n\r\nhi", "302 hi"},
-    };
-    for (const auto& each : cases) {
-        const LyingServer server([&each](Client& client) { client.say(each.said); });
-        EXPECT_EQ(ask(server.url()), each.answer) << each.what;
     }
 }
 
@@ -174,54 +122,6 @@ TEST(LyingServers, ThatCloseKeptConnectionsAreAskedAgain) {
     const std::string url = server.url();
     for (int i = 0; i < 20; ++i)
         EXPECT_TRUE(http.PostUrl(url.c_str(), VL_HTTP_PUT, "", 0, nullptr)) << http.LastErrorString();
-}
-
-TEST(LyingServers, ThatSendTheWrongPartAreAskedForTheWhole) {
-    const std::string whole = k_ok + "ETag: \"v1\"\r\nContent-Length: 10\r\n\r\n0123456789";
-    const auto part = [](const std::string& fields, const std::string& body) {
-        return "HTTP/1.1 206 Partial Content\r\n" + fields + "Content-Length: " + std::to_string(body.size()) +
-               "\r\n\r\n" + body;
-    };
-    const struct {
-        const char* what;
-        std::string said;
-        int32_t result;
-        std::string got;  // behind the four bytes "abcd" that were there; without them when it began anew
-    } cases[] = {
-        {"right", part("Content-Range: bytes 4-9/10\r\nETag: \"v1\"\r\n", "456789"), VL_HTTP_DONE, "abcd456789"},
-        {"no version", part("Content-Range: bytes 4-9/10\r\n", "456789"), VL_HTTP_DONE, "abcd456789"},
-        {"short", part("Content-Range: bytes 4-5/10\r\n", "45"), VL_HTTP_CUT, "abcd45"},
-        {"long", part("Content-Range: bytes 4-9/10\r\n", "456789AB"), VL_HTTP_FAILED, "abcd"},
-        {"another version", part("Content-Range: bytes 4-9/10\r\nETag: \"v2\"\r\n", "456789"), VL_HTTP_DONE,
-         "0123456789"},
-        {"another size", part("Content-Range: bytes 4-10/11\r\n", "456789A"), VL_HTTP_DONE, "0123456789"},
-        {"another place", part("Content-Range: bytes 3-9/10\r\n", "3456789"), VL_HTTP_DONE, "0123456789"},
-        {"no place", part("", "456789"), VL_HTTP_DONE, "0123456789"},
-        {"a place that is none", part("Content-Range: bytes 9-4/10\r\n", "456789"), VL_HTTP_DONE, "0123456789"},
-        {"the whole", whole, VL_HTTP_DONE, "0123456789"},
-        {"beyond the end", "HTTP/1.1 416 No\r\nContent-Range: bytes */2\r\nContent-Length: 0\r\n\r\n", VL_HTTP_DONE,
-         "0123456789"},
-        {"at the end", "HTTP/1.1 416 No\r\nContent-Range: bytes */4\r\nContent-Length: 2\r\n\r\nno", VL_HTTP_DONE,
-         "0123456789"},
-        {"an error", "HTTP/1.1 503 No\r\nContent-Length: 2\r\n\r\nno", VL_HTTP_REFUSED, "abcd"},
-    };
-    for (const auto& each : cases) {
-        int requests = 0;
-        const LyingServer server([&](Client& client) { client.say(++requests == 1 ? each.said : whole); });
-        const std::string url = server.url();
-        Download download(url);
-        download.got = "abcd";
-        download.offset = 4;
-        download.size = 10;
-        std::strcpy(download.version, "\"v1\"");
-        download.begin = [](vl_http_transfer& now) {
-            static_cast<Download*>(now.context)->got.resize(now.offset);
-            return true;
-        };
-        EXPECT_EQ(vl_http_download(download), each.result) << each.what;
-        EXPECT_EQ(download.got, each.got) << each.what;
-        EXPECT_EQ(download.offset, each.got.size()) << each.what;
-    }
 }
 
 }  // namespace

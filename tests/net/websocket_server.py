@@ -8,6 +8,7 @@ import http
 import signal
 import ssl
 import sys
+import urllib.parse
 
 import websockets
 
@@ -59,7 +60,7 @@ async def sizes(socket):
 async def close(socket):
     code, reason = socket.path.split("/")[2:4]
     await socket.send("last words")
-    await socket.close(int(code), reason)
+    await socket.close(int(code), urllib.parse.unquote(reason))
 
 
 async def reset(socket):

@@ -1,7 +1,9 @@
 // A server of the test's own that says what it is told.
 #pragma once
 
+#include <linux/sockios.h>
 #include <poll.h>
+#include <sys/ioctl.h>
 
 #include <atomic>
 #include <chrono>
@@ -27,6 +29,18 @@ public:
         return true;
     }
     const std::string& request() const { return request_; }
+    /// Reads another request on the same connection. False as for read_request().
+    bool read_next_request() {
+        request_.clear();
+        return read_request();
+    }
+    /// Waits until the client's system has everything that was said, or the client is gone.
+    void await_arrival() const {
+        for (int unacknowledged = 1; unacknowledged > 0 && !has_ended_; std::this_thread::yield()) {
+            pollfd watched{socket_, 0, 0};
+            if (poll(&watched, 1, 0) != 0 || ioctl(socket_, SIOCOUTQ, &unacknowledged) != 0) return;
+        }
+    }
     bool say(const std::string& text) {
         for (size_t at = 0; at < text.size() && !has_ended_;) {
             pollfd watched{socket_, POLLOUT, 0};
@@ -51,6 +65,8 @@ public:
         while (is_readable() && recv(socket_, &byte, 1, 0) == 1) {
         }
     }
+    /// Says that nothing more comes, and goes on listening.
+    void end_speech() const { shutdown(socket_, SHUT_WR); }
     /// Closes without the farewell of the protocol.
     void reset() {
         const linger at_once{1, 0};

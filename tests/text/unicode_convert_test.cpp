@@ -266,4 +266,21 @@ TEST(UnicodeConversion, ANullTextIsEmpty) {
     EXPECT_STREQ(vl_utf16_to_utf8(static_cast<const unsigned short*>(nullptr), utf8, 4), "");
 }
 
+TEST(PrintableText, IsWhatFitsWithoutCutEscapes) {
+    const std::string text("a\n\xC3\xA9\\\0", 6), shown = "a\\n\xC3\xA9\\\\\\x00";
+    const struct {
+        size_t capacity;
+        std::string stored;
+    } cases[] = {{1, ""}, {2, "a"}, {3, "a"}, {4, "a\\n"}, {5, "a\\n"}, {6, "a\\n\xC3\xA9"}, {12, shown}, {50, shown}};
+    for (const auto& each : cases) {
+        std::string out(60, '?');
+        EXPECT_EQ(vl_utf8_printable(out.data(), each.capacity, text.data(), text.size(), VL_BACKSLASHES_DOUBLED),
+                  shown.size());
+        EXPECT_EQ(out.substr(0, each.stored.size() + 1), each.stored + '\0');
+        EXPECT_EQ(out.substr(each.capacity), std::string(60 - each.capacity, '?'));
+    }
+    EXPECT_EQ(vl_utf8_printable(nullptr, 0, text.data(), text.size(), VL_BACKSLASHES_KEPT), shown.size() - 1);
+    EXPECT_EQ(vl_utf8_printable(nullptr, 0, nullptr, 0, VL_BACKSLASHES_KEPT), 0U);
+}
+
 }  // namespace

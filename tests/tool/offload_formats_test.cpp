@@ -94,6 +94,8 @@ TEST(FileNames, AreHarmlessOnATerminal) {
 
 TEST(FileNames, AreExactInJson) {
     EXPECT_EQ(json_name("path", "a\"b\\c\n"), "\"path\":\"a\\\"b\\\\c\\u000a\"");
+    EXPECT_EQ(json_name("path", "\xC2\x9B\x7F\xE2\x80\xAE\xF0\x9F\x8E\xAC"),
+              "\"path\":\"\\u009b\\u007f\\u202e\xF0\x9F\x8E\xAC\"");
     EXPECT_EQ(json_name("path", "x\xFF"), "\"path\":\"x\xEF\xBF\xBD\",\"path_hex\":\"78ff\"");
 }
 

@@ -42,6 +42,7 @@ TEST_F(VellListen, SaysWhyAConnectionFailed) {
         int code;
         const char* error;
     } cases[] = {{{server.url("/close/1011/oops")}, 3, ": The server closed the connection with code 1011 (oops)\n"},
+                 {{server.url("/close/1011/a%1B%5B2J%0A\\b")}, 3, "(a\\x1b[2J\\n\\b)\n"},
                  {{server.url("/missing")}, 3, "HTTP status 404 Not Found"},
                  {{"ws://127.0.0.1:1/"}, 3, "Connection refused (connecting to 127.0.0.1 port 1)\n"},
                  {{server.url("/echo"), "--send", "\xFF"}, 2, "\\xff: is not UTF-8"},

@@ -5,6 +5,8 @@
 #include <cstdint>
 #include <cstdio>
 
+#include "vellcore/unicode_text.h"
+
 namespace tool {
 namespace {
 
@@ -33,11 +35,9 @@ Character character_at(std::string_view text, size_t at) {
     return {code, bytes};
 }
 
-bool is_harmless(uint32_t code) {
-    if (code < 0x20 || code == '\\' || (code >= 0x7F && code < 0xA0)) return false;
-    const bool turns_text = code == 0x61C || (code >= 0x200B && code <= 0x200F) || (code >= 0x2028 && code <= 0x202E) ||
-                            (code >= 0x2066 && code <= 0x2069) || code == 0xFEFF;
-    return !turns_text;
+/// As printable_name() leaves it. Backslashes are the caller's.
+bool is_shown(std::string_view character) {
+    return vl_utf8_printable(nullptr, 0, character.data(), character.size(), VL_BACKSLASHES_KEPT) == character.size();
 }
 
 std::string hexadecimal_escape(unsigned char byte) {
@@ -50,8 +50,6 @@ std::string escaped_byte(char byte) {
     switch (byte) {
         case '\n':
             return "\\n";
-        case '\t':
-            return "\\t";
         case '\r':
             return "\\r";
         case '\\':
@@ -64,18 +62,8 @@ std::string escaped_byte(char byte) {
 }  // namespace
 
 std::string printable_name(std::string_view name) {
-    std::string text;
-    for (size_t at = 0; at < name.size();) {
-        const Character character = character_at(name, at);
-        const size_t bytes = character.bytes == 0 ? 1 : character.bytes;
-        if (character.bytes != 0 && is_harmless(character.code)) {
-            text += name.substr(at, bytes);
-        } else {
-            for (size_t i = 0; i < bytes; ++i)
-                text += escaped_byte(name[at + i]);
-        }
-        at += bytes;
-    }
+    std::string text(vl_utf8_printable(nullptr, 0, name.data(), name.size(), VL_BACKSLASHES_DOUBLED), '\0');
+    vl_utf8_printable(text.data(), text.size() + 1, name.data(), name.size(), VL_BACKSLASHES_DOUBLED);
     return text;
 }
 
@@ -90,8 +78,8 @@ std::string json_string(std::string_view name, bool* is_exact) {
             ++at;
             continue;
         }
-        if (character.code < 0x20 || character.code == 0x7F) {
-            char escape[8];
+        if (!is_shown(name.substr(at, character.bytes))) {
+            char escape[16];
             std::snprintf(escape, sizeof escape, "\\u%04x", character.code);
             text += escape;
         } else {

@@ -11,7 +11,8 @@ namespace tool {
 /// that are no UTF-8 become \n, \t, \\ or \x and two hexadecimal digits for each byte.
 [[nodiscard]] std::string printable_name(std::string_view name);
 
-/// A JSON string with its quotes. Bytes that are no UTF-8 become U+FFFD; `is_exact` tells whether there were none.
+/// A JSON string with its quotes, which a terminal can show too. Bytes that are no UTF-8 become U+FFFD; `is_exact`
+/// tells whether there were none.
 [[nodiscard]] std::string json_string(std::string_view name, bool* is_exact = nullptr);
 
 /// "name":"...", and "name_hex":"..." with all bytes when the text alone would not give them back.

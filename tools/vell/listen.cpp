@@ -69,10 +69,9 @@ bool is_clean_end(int close_code) {
 [[noreturn]] void fail(const VlWebSocket* socket, const std::string& url) {
     std::string text(VlWebSocket::GetErrorText(socket, nullptr, 0), '\0');
     VlWebSocket::GetErrorText(socket, text.data(), text.size() + 1);
-    // The reason is the transport's, which knows no language but English.
+    // The reason is the transport's, which knows no language but English. It is fit to be shown.
     throw Failure{k_exit_no_connection,
-                  printable_name(url) + ": " +
-                      formatted(tr("problem", "the connection failed: %s"), printable_name(text).c_str())};
+                  printable_name(url) + ": " + formatted(tr("problem", "the connection failed: %s"), text.c_str())};
 }
 
 }  // namespace

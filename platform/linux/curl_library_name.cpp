@@ -1,0 +1,7 @@
+#include "platform/curl_library.h"
+
+namespace vell {
+
+const char* const curl_library_name = "libcurl.so.4";
+
+}  // namespace vell
