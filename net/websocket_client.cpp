@@ -7,15 +7,14 @@
 #include "net/websocket_impl.h"
 #include "net/websocket_url.h"
 
-#include <unistd.h>
-
 #include <algorithm>
-#include <chrono>
 #include <cstdio>
 #include <cstring>
 #include <new>
 
+#include "platform/fork_handlers.h"
 #include "platform/lock.h"
+#include "platform/monotonic_clock.h"
 #include "platform/strict_utf8.h"
 #include "vellcore/auto_lock.h"
 #include "vellcore/message_log.h"
@@ -26,15 +25,10 @@ namespace {
 
 std::atomic<int64_t> receive_time_out_ms{0};  // 0: none
 
-int64_t steady_ns() noexcept {
-    return std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::steady_clock::now().time_since_epoch())
-        .count();
-}
-
 int64_t receive_deadline_ns() noexcept {
     constexpr int64_t k_ns_per_ms = 1'000'000;
     const int64_t limit_ms = receive_time_out_ms.load(std::memory_order_relaxed);
-    return limit_ms == 0 ? 0 : steady_ns() + limit_ms * k_ns_per_ms;
+    return limit_ms == 0 ? 0 : monotonic_ns() + limit_ms * k_ns_per_ms;
 }
 
 std::string printable(const std::string& text) {
@@ -63,6 +57,57 @@ void log_nserror(const char* where, const WebSocketError& error) noexcept {
 }
 
 }  // namespace
+
+/// All objects of the process, for what happens to them around fork(): nobody is inside one meanwhile. In the child
+/// they are not connected any more, since the connections are the parent's.
+class WebSocketObjects {
+public:
+    static void add(WebSocketImpl& object) noexcept {
+        const ScopedLock lock(list_lock_);
+        object.next_object = first_;
+        if (first_ != nullptr) first_->previous_object = &object;
+        first_ = &object;
+    }
+    static void remove(WebSocketImpl& object) noexcept {
+        const ScopedLock lock(list_lock_);
+        (object.previous_object != nullptr ? object.previous_object->next_object : first_) = object.next_object;
+        if (object.next_object != nullptr) object.next_object->previous_object = object.previous_object;
+    }
+
+private:
+    static void lock_before_fork() noexcept VELL_NO_LOCK_CHECK {
+        list_lock_.lock();
+        for (WebSocketImpl* object = first_; object != nullptr; object = object->next_object)
+            mp_get_mutex(object->mutex);
+    }
+    static void unlock_after_fork() noexcept VELL_NO_LOCK_CHECK {
+        for (WebSocketImpl* object = first_; object != nullptr; object = object->next_object)
+            mp_release_mutex(object->mutex);
+        list_lock_.unlock();
+    }
+    static void renew_in_child() noexcept VELL_NO_LOCK_CHECK {
+        for (WebSocketImpl* object = first_; object != nullptr; object = object->next_object) {
+            pthread_mutex_init(&object->mutex->native, nullptr);
+            pthread_cond_init(&object->condition->native, nullptr);
+            disconnect(*object);
+        }
+        new (&list_lock_) Mutex;
+    }
+    /// The session stays until the child's next call: its connection answers nothing in a child.
+    static void disconnect(WebSocketImpl& object) noexcept {
+        object.visitors = object.pending_calls = 0;
+        object.pending = 0;
+        object.task = nullptr;
+        if (object.session == nullptr) return;
+        object.session->users = 0;
+        object.session->receive.is_done = true;
+    }
+
+    static inline Mutex list_lock_;
+    static inline WebSocketImpl* first_ VELL_GUARDED_BY(list_lock_) = nullptr;
+    static inline const ForkEntry fork_entry_{ForkOrder::websocket_objects,
+                                              {lock_before_fork, unlock_after_fork, renew_in_child}};
+};
 
 void WebSocketCall::complete(const WebSocketError& error, WebSocketMessage* received) noexcept {
     WebSocketError shown = shown_error(error);
@@ -103,14 +148,17 @@ private:
 };
 
 WebSocketImpl::WebSocketImpl(vell::WebSocketOpener wanted_opener, const vell::WebSocketLimits& wanted_limits) noexcept
-    : mutex(mp_new_mutex(0)), condition(mp_new_cond_block()), opener(wanted_opener), limits(wanted_limits) {}
+    : mutex(mp_new_mutex(0)), condition(mp_new_cond_block()), opener(wanted_opener), limits(wanted_limits) {
+    if (is_usable()) vell::WebSocketObjects::add(*this);
+}
 
 WebSocketImpl::~WebSocketImpl() {
     if (is_usable()) {
+        vell::WebSocketObjects::remove(*this);
         Disconnect();
         const vell::CancelShield shield;
         const AutoLock lock(mutex);
-        while (visitors > 0 && process == getpid())
+        while (visitors > 0)
             mp_cond_wait(condition, mutex);
     }
     mp_delete_cond_block(condition);
@@ -128,7 +176,6 @@ bool WebSocketImpl::Connect(const char* url) noexcept {
     auto* opened = new (std::nothrow) WebSocketSession(*this, std::move(connection));
     if (opened == nullptr) return false;
     const AutoLock lock(mutex);
-    process = getpid();
     failure = {};
     failure.close_code = 0;
     session = task = opened;
@@ -151,8 +198,7 @@ void WebSocketImpl::end_session() noexcept {
     if (ended == nullptr) return;
     ended->connection->cancel();
     const AutoLock lock(mutex);
-    // The calls of a forked child's parent do not leave in the child.
-    while ((ended->users > 0 || !ended->receive.is_done) && process == getpid())
+    while (ended->users > 0 || !ended->receive.is_done)
         mp_cond_wait(condition, mutex);
 }
 
@@ -237,13 +283,13 @@ bool WebSocketImpl::await(WebSocketSession& used, WebSocketCall& call, int64_t d
     used.connection->help_until(call.is_done, deadline_ns);
     const AutoLock lock(mutex);
     while (!call.is_done) {
-        const int64_t rest_ns = deadline_ns == 0 ? 0 : deadline_ns - vell::steady_ns();
+        const int64_t rest_ns = deadline_ns == 0 ? 0 : deadline_ns - vell::monotonic_ns();
         if (deadline_ns == 0) {
             mp_cond_wait(condition, mutex);
         } else if (rest_ns <= 0) {
             return false;
         } else {
-            mp_cond_timedwait(condition, mutex, rest_ns);
+            vell::wait_within(*condition, *mutex, rest_ns);
         }
     }
     return true;

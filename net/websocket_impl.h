@@ -12,6 +12,8 @@ class WebSocketImpl;
 
 namespace vell {
 
+class WebSocketObjects;
+
 using WebSocketOpener = std::unique_ptr<WebSocketConnection> (*)(const WebSocketRequest& request,
                                                                  const WebSocketLimits& limits);
 
@@ -71,6 +73,7 @@ public:
 private:
     friend struct vell::WebSocketCall;
     friend class VlWebSocket;
+    friend class vell::WebSocketObjects;
     class Visit;
 
     [[nodiscard]] bool send(vell::MessageKind kind, const void* bytes, size_t size, const char* name) noexcept;
@@ -86,5 +89,7 @@ private:
     uint32_t visitors = 0;         // threads in a public call
     uint32_t pending_calls = 0;    // what `pending` is the flag of
     vell::WebSocketError failure;  // the last since Connect
-    int process = 0;               // that connected
+    // Guarded by the lock of the list of all objects.
+    WebSocketImpl* next_object = nullptr;
+    WebSocketImpl* previous_object = nullptr;
 };

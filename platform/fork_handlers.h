@@ -40,6 +40,7 @@ enum class ForkOrder : uint8_t {
     locales,
     user_locale,
     http_transports,
+    websocket_objects,
     websocket_links,
     log,
     time_zone,

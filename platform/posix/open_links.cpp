@@ -3,8 +3,11 @@
 #include "platform/posix/open_links.h"
 
 #include <cstdlib>
+#include <new>
 
+#include "platform/fork_handlers.h"
 #include "platform/immortal.h"
+#include "platform/monotonic_clock.h"
 
 namespace vell {
 
@@ -15,6 +18,14 @@ public:
     [[nodiscard]] bool add(OpenLink& link) noexcept;
     void remove(OpenLink& link) noexcept;
     void end_all() noexcept;
+
+    void lock_before_fork() noexcept VELL_NO_LOCK_CHECK { lock_.lock(); }
+    void unlock_after_fork() noexcept VELL_NO_LOCK_CHECK { lock_.unlock(); }
+    /// What is on the list stays, unused: it is the parent's.
+    void renew_in_child() noexcept {
+        new (&lock_) Mutex;
+        new (&one_left_) Condition;
+    }
 
 private:
     [[nodiscard]] bool has_goodbyes() const noexcept VELL_REQUIRES(lock_);
@@ -33,12 +44,9 @@ constexpr int64_t k_step_ns = 500'000'000;  // of a thread that is in the middle
 
 constinit Immortal<OpenLinks> open_links;
 
-/// Forks between the first process and this one: asking the system for the process would cost a call each time.
-std::atomic<uint32_t> process_generation{0};
-
-void count_fork() {
-    process_generation.fetch_add(1, std::memory_order_relaxed);
-}
+const ForkEntry fork_entry(ForkOrder::websocket_links, {[]() noexcept { open_links.value.lock_before_fork(); },
+                                                        []() noexcept { open_links.value.unlock_after_fork(); },
+                                                        []() noexcept { open_links.value.renew_in_child(); }});
 
 void end_all_at_exit() {
     open_links.value.end_all();
@@ -48,7 +56,7 @@ void end_all_at_exit() {
 
 bool OpenLinks::add(OpenLink& link) noexcept {
     const ScopedLock lock(lock_);
-    if (!has_hook_) has_hook_ = std::atexit(end_all_at_exit) == 0 && pthread_atfork(nullptr, nullptr, count_fork) == 0;
+    if (!has_hook_) has_hook_ = std::atexit(end_all_at_exit) == 0;
     if (is_exiting_ || !has_hook_) return false;
     link.next_ = first_;
     if (first_ != nullptr) first_->previous_ = &link;
@@ -72,17 +80,17 @@ bool OpenLinks::has_goodbyes() const noexcept {
 void OpenLinks::end_all() noexcept {
     const ScopedLock lock(lock_);
     is_exiting_ = true;
-    const int64_t end_ns = now_ns() + k_goodbye_ns;
-    for (int64_t rest_ns = k_goodbye_ns; rest_ns > 0 && has_goodbyes(); rest_ns = end_ns - now_ns())
+    const int64_t end_ns = monotonic_ns() + k_goodbye_ns;
+    for (int64_t rest_ns = k_goodbye_ns; rest_ns > 0 && has_goodbyes(); rest_ns = end_ns - monotonic_ns())
         one_left_.wait_for(lock_, rest_ns);
     for (OpenLink* link = first_; link != nullptr; link = link->next_)
         if (link->is_of_this_process() && link->turn.freeze(k_step_ns)) link->abandon();
 }
 
-OpenLink::OpenLink() noexcept : turn(*this), generation_(process_generation.load(std::memory_order_relaxed)) {}
+OpenLink::OpenLink() noexcept : turn(*this), generation_(process_generation()) {}
 
 bool OpenLink::is_of_this_process() const noexcept {
-    return generation_ == process_generation.load(std::memory_order_relaxed);
+    return generation_ == process_generation();
 }
 
 bool OpenLink::enlist() noexcept {

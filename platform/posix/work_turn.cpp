@@ -1,6 +1,6 @@
 #include "platform/posix/work_turn.h"
 
-#include <ctime>
+#include "platform/monotonic_clock.h"
 
 namespace vell {
 namespace {
@@ -9,17 +9,11 @@ constexpr int64_t k_grace_ns = 5'000'000;  // for the next caller to come
 
 }  // namespace
 
-int64_t now_ns() noexcept {
-    timespec now{};
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return int64_t{now.tv_sec} * 1'000'000'000 + now.tv_nsec;
-}
-
 void WorkTurn::take_as_owner() noexcept {
     const ScopedLock lock(lock_);
     for (;;) {
         const bool is_free = holder_ == Holder::nobody && !is_caller_coming_ && !is_frozen();
-        const int64_t rest_ns = is_free ? owner_may_take_ns_ - now_ns() : 0;
+        const int64_t rest_ns = is_free ? owner_may_take_ns_ - monotonic_ns() : 0;
         if (is_free && rest_ns <= 0) break;
         if (is_free) {
             owner_may_look_.wait_for(lock_, rest_ns);
@@ -49,7 +43,7 @@ bool WorkTurn::take_as_caller() noexcept {
 
 void WorkTurn::give_back(bool is_awaited) noexcept {
     const ScopedLock lock(lock_);
-    if (holder_ == Holder::caller) owner_may_take_ns_ = is_awaited ? 0 : now_ns() + k_grace_ns;
+    if (holder_ == Holder::caller) owner_may_take_ns_ = is_awaited ? 0 : monotonic_ns() + k_grace_ns;
     holder_ = Holder::nobody;
     if (is_caller_coming_ || is_frozen()) given_back_.broadcast();
     if (is_owner_asleep_ || is_awaited) owner_may_look_.signal();
@@ -59,8 +53,8 @@ bool WorkTurn::freeze(int64_t limit_ns) noexcept {
     const ScopedLock lock(lock_);
     is_frozen_.store(true, std::memory_order_relaxed);
     if (holder_ != Holder::nobody) work_.interrupt();
-    const int64_t end_ns = now_ns() + limit_ns;
-    for (int64_t rest_ns = limit_ns; holder_ != Holder::nobody && rest_ns > 0; rest_ns = end_ns - now_ns())
+    const int64_t end_ns = monotonic_ns() + limit_ns;
+    for (int64_t rest_ns = limit_ns; holder_ != Holder::nobody && rest_ns > 0; rest_ns = end_ns - monotonic_ns())
         given_back_.wait_for(lock_, rest_ns);
     given_back_.broadcast();
     return holder_ == Holder::nobody;

@@ -8,9 +8,6 @@
 
 namespace vell {
 
-/// Nanoseconds of the monotonic clock.
-[[nodiscard]] int64_t now_ns() noexcept;
-
 /// What is run in turns. Both are called under the turn's lock.
 class InterruptibleWork {
 public:

@@ -118,6 +118,15 @@ bool use_http(const TemporaryFolder&) {
     return !socket.OpenUrl("http://127.0.0.1:1/") && *socket.LastErrorString() != '\0';
 }
 
+bool use_websockets(const TemporaryFolder&) {
+    VlWebSocket* socket = VlWebSocket::Create();
+    const bool is_refused = socket->Connect("ws://127.0.0.1:1/") && !socket->SendText("x");
+    char text[100];
+    const bool is_told = VlWebSocket::GetErrorText(socket, text, sizeof text) > 0;
+    VlWebSocket::Destroy(socket);
+    return is_refused && is_told;
+}
+
 constexpr Family k_families[] = {
     {"log", use_log},
     {"heap", use_heap},
@@ -133,6 +142,7 @@ constexpr Family k_families[] = {
     {"languages", use_languages},
     {"programs", use_programs},
     {"http", use_http},
+    {"WebSockets", use_websockets},
 };
 constexpr int k_rounds = 15;
 constexpr int k_shutdown = static_cast<int>(std::size(k_families));
