@@ -24,6 +24,7 @@
 #include <ctime>
 #include <new>
 
+#include "log/line_text.h"
 #include "log/log_stamp.h"
 #include "platform/calendar_time.h"
 #include "platform/crash.h"
@@ -245,9 +246,8 @@ void write_line_unbuffered(int32_t level, const char* format, va_list arguments)
     constexpr size_t k_text = 1024;
     char line[k_prefix_bytes + k_text + 1];
     char* text = line + k_prefix_bytes;
-    const int formatted = std::vsnprintf(text, k_text, format, arguments);
-    if (formatted <= 0) return;
-    size_t length = std::min(static_cast<size_t>(formatted), k_text - 1);
+    size_t length = format_text(text, k_text, format, arguments);
+    if (length == 0) return;
     if (text[length - 1] != '\n') text[length++] = '\n';
     if (level == k_continuation) {
         std::memcpy(line, k_continuation_prefix, k_prefix_bytes);
@@ -277,8 +277,8 @@ int32_t write_formatted(int32_t level, const char* format, va_list arguments) no
     }
     const LogLock lock;
     if (state.line == nullptr) return 0;
-    const int formatted = std::vsnprintf(state.line + k_text_start, k_text_bytes, format, arguments);
-    if (formatted > 0) write_line(level, std::min(static_cast<size_t>(formatted), k_text_bytes - 1));
+    const size_t length = format_text(state.line + k_text_start, k_text_bytes, format, arguments);
+    if (length > 0) write_line(level, length);
     return 1;
 }
 
@@ -302,8 +302,7 @@ int32_t write_switched_off(int32_t level, const char* format, va_list arguments)
     const ErrnoKeeper keep_errno;
     const CancelShield shield;
     char text[k_text_bytes + 1];
-    const int formatted = std::vsnprintf(text, k_text_bytes, format, arguments);
-    const size_t length = std::min(static_cast<size_t>(std::max(formatted, 0)), k_text_bytes - 1);
+    const size_t length = format_text(text, k_text_bytes, format, arguments);
     const bool ends_line = length > 0 && text[length - 1] == '\n';
     const auto name = std::min(static_cast<uint32_t>(level), static_cast<uint32_t>(k_continuation));
     std::fprintf(stderr, "##:##:##.## %s: %.*s%s", k_level_names[name], static_cast<int>(length), text,

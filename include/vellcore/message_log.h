@@ -56,6 +56,8 @@ VELL_API void msg_repeatdisplayoverride() noexcept;
 ///
 /// A line equal to the one before it (up to 255 bytes) is counted instead of written; when another line follows, a
 /// count above 1 is reported as "# : Repeated %d times". An empty text writes nothing.
+/// Wide characters (%ls) that the locale of the process does not have are written as UTF-8; where a text cannot be
+/// formatted at all, its format is written.
 ///
 /// @return  1 when the level test passed (also for a swallowed repeat and an empty text), else 0.
 ///

@@ -108,6 +108,14 @@ TEST(Log, RepeatCheckLooksAtTextAndEntryLengthOnly) {
     }
 }
 
+TEST(Log, WritesWideCharactersThatTheLocaleDoesNotHave) {
+    constexpr wchar_t k_no_character[] = {0xD800, 0};
+    const LogCapture log;
+    EXPECT_EQ(msginfo("reel %ls of %d", L"Zo\u00EB", 4), 1);
+    EXPECT_EQ(msgcont("reel %ls", k_no_character), 1);
+    EXPECT_EQ(log.lines(), (Lines{"INFO : reel Zo\u00EB of 4", ": reel %ls"}));
+}
+
 TEST(Log, ContinuationReplacesTheKeptTextButNotItsLength) {
     const LogCapture log;
     msginfo("AAAA");
