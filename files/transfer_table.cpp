@@ -169,20 +169,14 @@ TransferResult close_slot(async_transfer& slot) noexcept VELL_REQUIRES(table_loc
 
 // --- fork -------------------------------------------------------------------------------------------------------
 
-void unlock_after_fork() noexcept VELL_NO_LOCK_CHECK {
-    table_lock.unlock();
-}
-
 /// A slot that another thread was still starting is free in the child: nobody there would ever settle it.
 void free_unsettled_in_child() noexcept VELL_NO_LOCK_CHECK {
     for (async_transfer& slot : table.slots)
         if (slot.descriptor != 0 && slot.request == nullptr && !slot.done_synchronously) slot = async_transfer{};
     new (&slot_freed) Condition;
-    new (&table_lock) Mutex;
 }
 
-const ForkEntry fork_entry(ForkOrder::transfer_table, {[]() noexcept VELL_NO_LOCK_CHECK { table_lock.lock(); },
-                                                       unlock_after_fork, free_unsettled_in_child});
+const ForkEntry fork_entry(ForkOrder::transfer_table, table_lock, free_unsettled_in_child);
 
 /// A transfer of the table on its way to completion.
 struct Completion {

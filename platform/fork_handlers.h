@@ -59,8 +59,9 @@ struct ForkHandlers {
 class ForkEntry {
 public:
     ForkEntry(ForkOrder place, const ForkHandlers& handlers) noexcept;
-    /// For state that is whole whenever its lock is free: the lock is taken, and released on both sides.
-    ForkEntry(ForkOrder place, Mutex& lock) noexcept;
+    /// For state that is consistent whenever its lock is free: the lock is taken, and released on both sides. In the
+    /// child, `in_child` runs before that; null: nothing to do.
+    ForkEntry(ForkOrder place, Mutex& lock, void (*in_child)() noexcept = nullptr) noexcept;
     ForkEntry(const ForkEntry&) = delete;
     ForkEntry& operator=(const ForkEntry&) = delete;
 };

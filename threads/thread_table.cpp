@@ -163,10 +163,6 @@ const char* name_from_table_in_crash() noexcept {
     return look_up_name(found);
 }
 
-void unlock_after_fork() noexcept VELL_NO_LOCK_CHECK {
-    table_lock.unlock();
-}
-
 /// The child has none of the threads but the forking one: nobody can join or cancel the others.
 void forget_threads_in_child() noexcept VELL_NO_LOCK_CHECK {
     for (Row* row : table.value.rows) {
@@ -175,11 +171,9 @@ void forget_threads_in_child() noexcept VELL_NO_LOCK_CHECK {
         row->record.in_use = 0;
         row->record.thread = pthread_t{};
     }
-    new (&table_lock) Mutex;
 }
 
-const ForkEntry fork_entry(ForkOrder::thread_table, {[]() noexcept VELL_NO_LOCK_CHECK { table_lock.lock(); },
-                                                     unlock_after_fork, forget_threads_in_child});
+const ForkEntry fork_entry(ForkOrder::thread_table, table_lock, forget_threads_in_child);
 
 }  // namespace
 }  // namespace vell

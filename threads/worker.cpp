@@ -114,25 +114,16 @@ void ensure_worker() noexcept VELL_REQUIRES(run_lock) {
 
 // --- fork: the child has no worker. What was queued is run by its parent's. -----------------------------------------
 
-void lock_before_fork() noexcept VELL_NO_LOCK_CHECK {
-    run_lock.lock();
-}
-
-void unlock_after_fork() noexcept VELL_NO_LOCK_CHECK {
-    run_lock.unlock();
-}
-
 void forget_worker_in_child() noexcept VELL_NO_LOCK_CHECK {
     const uint64_t generation = worker.generation + 1;
     delete worker.queue;
     worker = Worker{};
     worker.generation = generation;
-    new (&run_lock) Mutex;
     new (&entry_added) Condition;
     new (&worker_moved) Condition;
 }
 
-const ForkEntry fork_entry(ForkOrder::worker, {lock_before_fork, unlock_after_fork, forget_worker_in_child});
+const ForkEntry fork_entry(ForkOrder::worker, run_lock, forget_worker_in_child);
 
 }  // namespace
 }  // namespace vell

@@ -25,12 +25,7 @@ Mutex children_lock;
 constinit Immortal<vl_vector<pid_t>> children;  // started and not waited for
 
 /// In a forked child they are nobody's children: only their parent can wait for them.
-const ForkEntry fork_entry(ForkOrder::children, {[]() noexcept VELL_NO_LOCK_CHECK { children_lock.lock(); },
-                                                 []() noexcept VELL_NO_LOCK_CHECK { children_lock.unlock(); },
-                                                 []() noexcept VELL_NO_LOCK_CHECK {
-                                                     children.value.release();
-                                                     new (&children_lock) Mutex;
-                                                 }});
+const ForkEntry fork_entry(ForkOrder::children, children_lock, []() noexcept { children.value.release(); });
 
 pid_t wait_for(pid_t child, int& status, int options) noexcept {
     pid_t ended = 0;

@@ -60,8 +60,10 @@ ForkEntry::ForkEntry(ForkOrder place, const ForkHandlers& handlers) noexcept {
     entry_at(place).handlers = handlers;
 }
 
-ForkEntry::ForkEntry(ForkOrder place, Mutex& lock) noexcept {
-    entry_at(place).lock = &lock;
+ForkEntry::ForkEntry(ForkOrder place, Mutex& lock, void (*in_child)() noexcept) noexcept {
+    Entry& entry = entry_at(place);
+    entry.lock = &lock;
+    entry.handlers.in_child = in_child;
 }
 
 uint32_t process_generation() noexcept {
