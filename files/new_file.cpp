@@ -57,11 +57,12 @@ int open_existing(const char* path) noexcept {
 
 int create_or_open(const char* path) noexcept {
     char target[PATH_MAX];
-    if (strlen(path) >= sizeof target) {
+    const size_t length = strlen(path);
+    if (length >= sizeof target) {
         errno = ENAMETOOLONG;
         return -1;
     }
-    strcpy(target, path);
+    memcpy(target, path, length + 1);
     for (int links = 0; links <= k_max_links; ++links) {
         const int descriptor = open_above_streams(target, O_RDWR | O_CREAT | O_EXCL, k_new_file_mode);
         if (descriptor >= 0 || errno != EEXIST) return descriptor;

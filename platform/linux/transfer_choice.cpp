@@ -20,7 +20,7 @@ const TransferBackend& choose() noexcept {
 
 const TransferBackend& preferred_backend() noexcept {
     static constinit FirstUse choice;
-    static constinit const TransferBackend* chosen = nullptr;
+    static constinit const TransferBackend* chosen = &threads_backend;
     choice.run([] { chosen = &choose(); });
     return *chosen;
 }
