@@ -1,7 +1,9 @@
 // Reads from anywhere in the file into the caller's memory, large ones in pieces that run side by side.
 
 #include <algorithm>
+#include <atomic>
 #include <cstring>
+#include <new>
 
 #include "files/buffered_common.h"
 #include "files/io_settings.h"
@@ -18,9 +20,23 @@ constexpr size_t k_pieces_in_flight = 10;
 /// Keeps the split reads of several readers from interleaving on the disk. Outermost of all locks.
 Mutex serial_read_lock;
 
-/// Not waited for before a fork, which a slow disk would hold up: nothing but the order of reads depends on it.
-const ForkEntry fork_entry(ForkOrder::serial_reads,
-                           {nullptr, nullptr, []() noexcept { new (&serial_read_lock) Mutex; }});
+std::atomic<uint32_t> times_taken{0};  // serial_read_lock
+bool is_held_for_fork = false;         // by the forking thread, on behalf of the fork
+
+/// A read from a slow disk holds it for long, so it is not waited for without limit. It guards an order only.
+void lock_before_fork() noexcept VELL_NO_LOCK_CHECK {
+    is_held_for_fork = lock_unless_stalled(times_taken, serial_read_lock);
+}
+
+void unlock_after_fork() noexcept VELL_NO_LOCK_CHECK {
+    if (is_held_for_fork) serial_read_lock.unlock();
+}
+
+void renew_in_child() noexcept VELL_NO_LOCK_CHECK {
+    is_held_for_fork ? serial_read_lock.unlock() : static_cast<void>(new (&serial_read_lock) Mutex);
+}
+
+const ForkEntry fork_entry(ForkOrder::serial_reads, {lock_before_fork, unlock_after_fork, renew_in_child});
 
 /// The pieces in flight, oldest first. Of their results only the end of the file matters, behind which no more is
 /// asked for.
@@ -74,6 +90,7 @@ size_t fReadBuffer::read_split(unsigned char* dest, unsigned long long position,
                                unsigned long long length) const noexcept {
     const unsigned long long piece_bytes = io_settings.split_bytes.load(std::memory_order_relaxed);
     const vell::ScopedLock lock(vell::serial_read_lock);
+    vell::count_turn(vell::times_taken);
     vell::PieceRing ring;
     unsigned long long issued = 0;
     while (issued < length) {

@@ -75,7 +75,8 @@ void unlock_after_fork() noexcept VELL_NO_LOCK_CHECK {
 
 void renew_in_child() noexcept VELL_NO_LOCK_CHECK {
     if (table_owner.load() == std::this_thread::get_id()) return;  // it forked while it loads, and goes on with that
-    if (!is_held_for_fork) is_lost_in_child.store(true);
+    if (is_held_for_fork) return table_lock.unlock();
+    is_lost_in_child.store(true);
     table_owner.store(std::thread::id());
     new (&table_lock) Mutex;
 }

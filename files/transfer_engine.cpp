@@ -149,7 +149,7 @@ void after_fork_in_child() noexcept VELL_NO_LOCK_CHECK {
         preferred_backend().after_fork_in_child();
         streams_backend.after_fork_in_child();
     }
-    new (&engine_lock) Mutex;
+    engine_lock.unlock();
     new (&transfer_over) Condition;
     waiting_threads = 0;
     for (DescriptorList& list : descriptor_lists) {

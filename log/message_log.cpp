@@ -122,7 +122,7 @@ void renew_in_child() noexcept VELL_NO_LOCK_CHECK {
     inside_log.set(was_inside_at_fork);
     if (was_inside_at_fork) return;
     state.repeats = 0;
-    new (&message_lock) Mutex;
+    is_held_for_fork ? message_lock.unlock() : static_cast<void>(new (&message_lock) Mutex);
 }
 
 const ForkEntry fork_entry(ForkOrder::log, {lock_before_fork, unlock_after_fork, renew_in_child});

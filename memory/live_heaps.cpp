@@ -34,17 +34,26 @@ void unlock_after_fork() noexcept VELL_NO_LOCK_CHECK {
     heaps_lock.unlock();
 }
 
+/// The mutex stays locked by a thread that the child does not have.
+void lose(Heap& heap) noexcept VELL_NO_LOCK_CHECK {
+    heap.core.lose();
+    heap.is_closed = false;
+    if (__mutex_str* fresh = mp_new_mutex(/*locked=*/0); fresh != nullptr) heap.mutex = fresh;
+}
+
 /// A heap whose callback forked goes on in the child as in the parent.
 void renew_in_child() noexcept VELL_NO_LOCK_CHECK {
     for (Heap* heap = first_heap; heap != nullptr; heap = heap->next_live) {
         if (is_ours(*heap)) continue;
-        if (!heap->is_held_for_fork) heap->core.lose();
-        heap->is_closed = false;
         heap->holder.store(pthread_t{}, std::memory_order_relaxed);
-        pthread_mutex_init(&heap->mutex->native, nullptr);
         pthread_cond_init(&heap->space->native, nullptr);
+        if (heap->is_held_for_fork) {
+            mp_release_mutex(heap->mutex);
+        } else {
+            lose(*heap);
+        }
     }
-    new (&heaps_lock) Mutex;
+    heaps_lock.unlock();
 }
 
 const ForkEntry fork_entry(ForkOrder::heaps, {lock_before_fork, unlock_after_fork, renew_in_child});

@@ -87,11 +87,11 @@ private:
     }
     static void renew_in_child() noexcept VELL_NO_LOCK_CHECK {
         for (WebSocketImpl* object = first_; object != nullptr; object = object->next_object) {
-            pthread_mutex_init(&object->mutex->native, nullptr);
+            mp_release_mutex(object->mutex);
             pthread_cond_init(&object->condition->native, nullptr);
             disconnect(*object);
         }
-        new (&list_lock_) Mutex;
+        list_lock_.unlock();
     }
     /// The session stays until the child's next call: its connection answers nothing in a child.
     static void disconnect(WebSocketImpl& object) noexcept {

@@ -2,10 +2,11 @@
 //
 // A forked child has a copy of all memory and one thread. A lock that another thread held would stay held for ever, and
 // what it guards may be half changed. So before the fork the forking thread takes every lock, in the order below; after
-// it the parent releases them, and the child makes them anew and forgets threads, waiters and work that stay with its
-// parent. Locks under which a host's code runs (heaps, libraries) and the log's may stall: the host's code may be
-// waiting for the forking thread. One that a single holder keeps for a second is not waited for any longer. What it
-// guards is unusable in the child, and its calls fail there.
+// it both sides release them, and the child forgets threads, waiters and work that stay with its parent.
+//
+// Locks under which a host's code runs (heaps, libraries) and the log's may stall: the host's code may be waiting for
+// the forking thread. One that a single holder keeps for a second is not waited for any longer. What it guards is
+// unusable in the child, and its calls fail there.
 //
 // vfork() and posix_spawn() run no handlers, and need none.
 //

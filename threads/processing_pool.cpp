@@ -265,6 +265,7 @@ void unlock_after_fork() noexcept VELL_NO_LOCK_CHECK {
 void forget_threads_in_child() noexcept VELL_NO_LOCK_CHECK {
     pool.is_running.store(false);
     pool.started = 0;
+    unlock_after_fork();
     new (&exchange) Exchange;
     exchange.queue.reset(pool.processors.load());
     new (&completion) Completion;

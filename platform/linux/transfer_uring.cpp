@@ -230,7 +230,7 @@ void after_fork_in_parent() VELL_NO_LOCK_CHECK {
 /// The ring is the parent's: what the child put into it would land among the parent's transfers.
 void after_fork_in_child() VELL_NO_LOCK_CHECK {
     threads_backend.after_fork_in_child();
-    new (&ring_lock) Mutex;
+    ring_lock.unlock();
     if (queue.is_open) {
         io_uring_queue_exit(&ring.native);
         close(queue.wake);

@@ -25,11 +25,7 @@ void unlock_after_fork() noexcept VELL_NO_LOCK_CHECK {
     if (!is_owner()) first_use_lock.unlock();
 }
 
-void renew_in_child() noexcept {
-    if (!is_owner()) new (&first_use_lock) Mutex;
-}
-
-const ForkEntry fork_entry(ForkOrder::first_uses, {lock_before_fork, unlock_after_fork, renew_in_child});
+const ForkEntry fork_entry(ForkOrder::first_uses, {lock_before_fork, unlock_after_fork, unlock_after_fork});
 
 }  // namespace
 

@@ -39,12 +39,12 @@ void after_fork_in_parent() VELL_NO_LOCK_CHECK {
     }
 }
 
-void after_fork_in_child() {
+void after_fork_in_child() VELL_NO_LOCK_CHECK {
     fork_table.generation.fetch_add(1, std::memory_order_relaxed);
     for (size_t i = k_entries; i-- > 0;) {
         const Entry& entry = fork_table.entries[i];
         if (entry.handlers.in_child != nullptr) entry.handlers.in_child();
-        if (entry.lock != nullptr) new (entry.lock) Mutex;
+        if (entry.lock != nullptr) entry.lock->unlock();
     }
 }
 

@@ -22,8 +22,8 @@ public:
     void lock_before_fork() noexcept VELL_NO_LOCK_CHECK { lock_.lock(); }
     void unlock_after_fork() noexcept VELL_NO_LOCK_CHECK { lock_.unlock(); }
     /// What is on the list stays, unused: it is the parent's.
-    void renew_in_child() noexcept {
-        new (&lock_) Mutex;
+    void renew_in_child() noexcept VELL_NO_LOCK_CHECK {
+        lock_.unlock();
         new (&one_left_) Condition;
     }
 

@@ -205,7 +205,7 @@ void after_fork_in_parent() VELL_NO_LOCK_CHECK {
 }
 
 void after_fork_in_child() VELL_NO_LOCK_CHECK {
-    new (&streams_lock) Mutex;
+    streams_lock.unlock();
     new (&poll_left) Condition;
     if (streams.wake_read >= 0) close(streams.wake_read);
     if (streams.wake_write >= 0) close(streams.wake_write);

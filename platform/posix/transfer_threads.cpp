@@ -95,7 +95,7 @@ void after_fork_in_parent() VELL_NO_LOCK_CHECK {
 }
 
 void after_fork_in_child() VELL_NO_LOCK_CHECK {
-    new (&pool_lock) Mutex;
+    pool_lock.unlock();
     new (&work_waits) Condition;
     pool = Pool{};
 }

@@ -407,8 +407,9 @@ TEST(HttpConformance, KeptConnectionsAreClosedWithTheLibrary) {
         std::atomic<bool> is_closed{false};
         std::atomic<int> connections{0};
         const LyingServer server([&](Client& client) {
+            const bool is_first = ++connections == 1;
             client.say(k_ok + "Content-Length: 2\r\n\r\nok");
-            if (++connections > 1) return;
+            if (!is_first) return;
             client.stall();
             is_closed = true;
         });

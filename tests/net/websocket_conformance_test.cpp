@@ -226,6 +226,8 @@ TEST(WebSocketConformance, ForeignWordsStayOnTheirLine) {
         const std::string request = socket.read_to("\r\n\r\n");
         const std::string& answer = cases[index].answer;
         socket.write(answer.empty() ? accepting(request) + frame(0x88, "\x03\xE8" + words) : answer);
+        shutdown(socket.descriptor(), SHUT_WR);
+        socket.read_to("the end");  // closed with bytes unread, the connection would be reset
     });
     for (const auto& each : cases) {
         SCOPED_TRACE(each.label);
