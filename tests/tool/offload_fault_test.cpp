@@ -8,9 +8,9 @@
 #include <csignal>
 #include <functional>
 
-#include "disk_calls.h"
-#include "interrupt.h"
-#include "offload.h"
+#include "offload/disk_calls.h"
+#include "offload/interrupt.h"
+#include "offload/offload.h"
 #include "offload_card.h"
 
 namespace {

@@ -1,0 +1,23 @@
+// The digests of one file, read past the system's cache.
+#pragma once
+
+#include <functional>
+#include <string>
+
+#include "offload/digest.h"
+
+namespace tool {
+
+struct FileDigests {
+    Digests digests;
+    uint64_t bytes = 0;
+    std::string problem;  ///< why it cannot be read, or nothing
+};
+
+/// Reads the file once for all kinds; a large one while its digests are computed. `progress` is told of bytes; null:
+/// nobody. "interrupted" is the problem when a signal has come.
+[[nodiscard]] FileDigests digests_of_file(int folder, const std::string& path, const DigestSet& kinds,
+                                          bool follows_link,
+                                          const std::function<void(uint64_t bytes)>& progress = nullptr);
+
+}  // namespace tool
