@@ -17,6 +17,7 @@
 #include "ui/byte_size.h"
 #include "ui/error_text.h"
 #include "ui/file_names.h"
+#include "ui/problem_text.h"
 #include "ui/screen.h"
 #include "ui/translation.h"
 #include "vellcore/http_client.h"
@@ -214,7 +215,7 @@ void Get::check_digests() {
     const FileDigests found = digests_of_file(AT_FDCWD, part_.path(), kinds, /*follows_link*/ false,
                                               [this](uint64_t bytes) { bytes_done_ += bytes; });
     if (is_interrupted()) throw Failure{k_exit_get_interrupted, ""};
-    if (!found.problem.empty()) throw Failure{k_exit_other, printable_name(part_.path()) + ": " + found.problem};
+    if (found.problem) throw Failure{k_exit_other, printable_name(part_.path()) + ": " + problem_text(found.problem)};
     digests_ = found.digests;
     for (const DigestKind kind : kinds.kinds()) {
         if (digest_of(digests_, kind) == digest_of(options_.digests, kind)) continue;

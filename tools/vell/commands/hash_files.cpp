@@ -18,8 +18,8 @@
 #include "offload/offload.h"
 #include "offload/parallel.h"
 #include "offload/sum_list.h"
-#include "ui/error_text.h"
 #include "ui/file_names.h"
+#include "ui/problem_text.h"
 #include "ui/translation.h"
 
 namespace tool {
@@ -27,29 +27,29 @@ namespace {
 
 struct Input {
     std::string path;
-    std::string problem;  ///< known already
+    Problem problem{};  ///< known already
 };
 
 /// The files that a path means.
 void add_inputs(const std::string& path, std::vector<Input>& inputs) {
     struct stat facts {};
     if (stat(path.c_str(), &facts) != 0) {
-        inputs.push_back({path, error_text(errno)});
+        inputs.push_back({path, system_problem(errno)});
         return;
     }
     if (!S_ISDIR(facts.st_mode)) {
-        inputs.push_back({path, ""});
+        inputs.push_back({path, {}});
         return;
     }
     const Descriptor root(disk_calls.open(AT_FDCWD, path.c_str(), O_RDONLY | O_DIRECTORY, 0));
     if (!root.is_open()) {
-        inputs.push_back({path, error_text(errno)});
+        inputs.push_back({path, system_problem(errno)});
         return;
     }
     const FolderContents contents = list_tree(root.get(), nullptr, is_interrupted);
     const std::string start = path.back() == '/' ? path : path + "/";
     for (const FileEntry& file : contents.files)
-        inputs.push_back({start + file.path, ""});
+        inputs.push_back({start + file.path, {}});
     for (const LeftOut& what : contents.left_out) {
         if (what.is_failure) inputs.push_back({start + what.path, what.reason});
     }
@@ -74,8 +74,8 @@ public:
 private:
     void print(const FileDigests& result) {
         const std::string& path = inputs_[next_].path;
-        if (!result.problem.empty()) {
-            std::fprintf(stderr, "vell: %s: %s\n", printable_name(path).c_str(), result.problem.c_str());
+        if (result.problem) {
+            std::fprintf(stderr, "vell: %s: %s\n", printable_name(path).c_str(), problem_text(result.problem).c_str());
             has_failure_ = true;
             return;
         }
@@ -107,7 +107,7 @@ int print_digests(const HashOptions& options) {
     OrderedPrinter printer(inputs, options.digests);
     for_each_index(inputs.size(), std::max(2U, std::thread::hardware_concurrency()), [&](size_t index) {
         FileDigests result{{}, 0, inputs[index].problem};
-        if (result.problem.empty()) {
+        if (!result.problem) {
             result = digests_of_file(AT_FDCWD, inputs[index].path, options.digests, /*follows_link*/ true);
         }
         if (is_interrupted()) return false;

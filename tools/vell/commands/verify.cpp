@@ -28,6 +28,7 @@
 #include "offload/whole_file.h"
 #include "ui/error_text.h"
 #include "ui/file_names.h"
+#include "ui/problem_text.h"
 #include "ui/screen.h"
 #include "ui/text_columns.h"
 #include "ui/translation.h"
@@ -221,9 +222,10 @@ void Verification::compare_presence() {
     for (const LeftOut& what : contents.left_out) {
         present.insert(what.path);
         if (what.is_failure) {
-            report(Finding::unreadable, what.path, what.reason);
+            report(Finding::unreadable, what.path, problem_text(what.reason));
         } else {
-            report(expected_.count(what.path) != 0 ? Finding::changed : Finding::fresh, what.path, what.reason);
+            report(expected_.count(what.path) != 0 ? Finding::changed : Finding::fresh, what.path,
+                   problem_text(what.reason));
         }
     }
     for (const FileEntry& folder : contents.folders) {
@@ -249,7 +251,7 @@ void Verification::compare_contents(size_t index) {
         digests_of_file(folder.get(), std::string(name_of(file.path)), kinds, /*follows_link*/ false,
                         [this](uint64_t bytes) { bytes_done_ += bytes; });
     if (is_interrupted()) return;
-    if (!actual.problem.empty()) return report(Finding::unreadable, file.path, actual.problem);
+    if (actual.problem) return report(Finding::unreadable, file.path, problem_text(actual.problem));
     for (const DigestKind kind : kinds.kinds()) {
         if (digest_of(actual.digests, kind) != digest_of(expected.digests, kind)) {
             return report(

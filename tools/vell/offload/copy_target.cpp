@@ -5,8 +5,6 @@
 #include <cstring>
 
 #include "offload/interrupt.h"
-#include "ui/error_text.h"
-#include "ui/translation.h"
 
 namespace tool {
 namespace {
@@ -31,28 +29,25 @@ void CopyTarget::count(uint64_t bytes) {
     destination_.progress.bytes_done.fetch_add(bytes, std::memory_order_relaxed);
 }
 
-void CopyTarget::fail_text(const std::string& problem, bool is_mismatch) {
+void CopyTarget::fail(Problem problem) {
     const std::lock_guard lock(lock_);
-    if (!has_failed()) {
-        problem_ = problem;
-        is_mismatch_ = is_mismatch;
-    }
+    if (!has_failed()) problem_ = std::move(problem);
     has_failed_.store(true, std::memory_order_release);
     written_changed_.notify_all();
 }
 
 void CopyTarget::fail(int error) {
-    fail_text(error_text(error));
+    fail(system_problem(error));
     destination_.consider(error);
 }
 
-void CopyTarget::abandon(const std::string& problem) {
-    fail_text(problem);
+void CopyTarget::abandon(const Problem& problem) {
+    fail(problem);
 }
 
 FileResult CopyTarget::failure() const {
     const std::lock_guard lock(lock_);
-    return {file_.path, file_.bytes, Outcome::failed, problem_, is_mismatch_, {}, false};
+    return {file_.path, file_.bytes, Outcome::failed, problem_, {}, false};
 }
 
 bool CopyTarget::begin() {
@@ -72,7 +67,7 @@ bool CopyTarget::begin() {
         return false;
     }
     if (!S_ISREG(facts.st_mode)) {
-        fail_text(formatted(tr("problem", "there is %s of that name"), kind_of(facts.st_mode)));
+        fail({.kind = ProblemKind::other_kind, .mode = facts.st_mode});
         return false;
     }
     return options_.overwrites ? begin_new(/*replaces*/ true) : begin_comparison(static_cast<uint64_t>(facts.st_size));
@@ -96,9 +91,7 @@ bool CopyTarget::begin_new(bool replaces) {
 bool CopyTarget::begin_comparison(uint64_t bytes_there) {
     compares_ = true;
     if (bytes_there != file_.bytes) {
-        fail_text(
-            formatted(tr("problem", "another file is there, of %llu bytes instead of %llu (--overwrite replaces it)"),
-                      number(bytes_there), number(file_.bytes)));
+        fail({.kind = ProblemKind::other_size, .first = bytes_there, .second = file_.bytes});
         return false;
     }
     int error = copy_.open(folder_->get(), name_.c_str());
@@ -125,9 +118,7 @@ void CopyTarget::compare(const Block& block) {
     const int error = copy_.read(buffer_.get(), rounded_to_alignment(block.bytes), block.offset, bytes);
     if (error != 0) return fail(error);
     if (bytes < block.bytes || std::memcmp(buffer_.get(), block.data, block.bytes) != 0) {
-        return fail_text(
-            formatted(tr("problem", "another file is there, which differs from byte %llu on (--overwrite replaces it)"),
-                      number(block.offset)));
+        return fail({.kind = ProblemKind::other_content, .first = block.offset});
     }
     count(block.bytes);
 }
@@ -156,7 +147,7 @@ void CopyTarget::read_back() {
         const int error = copy_.settle();
         if (error != 0) return fail(error);
         for (const Written& written : batch) {
-            if (is_interrupted()) abandon(tr("problem", "interrupted"));  // take() may be waiting for us
+            if (is_interrupted()) abandon({.kind = ProblemKind::interrupted});  // take() may be waiting for us
             if (has_failed()) return;
             check(written);
             const std::lock_guard lock(lock_);
@@ -171,10 +162,8 @@ void CopyTarget::check(const Written& written) {
     const int error = copy_.read(buffer_.get(), rounded_to_alignment(written.bytes), written.offset, bytes);
     if (error != 0) return fail(error);
     if (bytes < written.bytes || fingerprint_of(buffer_.get(), written.bytes) != written.fingerprint) {
-        return fail_text(
-            formatted(tr("problem", "the disk gives back something else than was written, between byte %llu and %llu"),
-                      number(written.offset), number(written.offset + written.bytes)),
-            /*is_mismatch*/ true);
+        return fail(
+            {.kind = ProblemKind::read_back, .first = written.offset, .second = written.offset + written.bytes});
     }
     count(written.bytes);
 }
@@ -189,7 +178,7 @@ void CopyTarget::keep_known_digests(Digests& digests) {
 
 bool CopyTarget::settle(const Digests& digests, PendingFile& pending) {
     struct stat facts {};
-    if (!has_failed() && destination_.is_dropped()) fail_text(destination_.drop_reason());
+    if (!has_failed() && destination_.is_dropped()) fail(destination_.drop_reason());
     if (has_failed()) return false;
     if (!compares_) {
         // File systems without permissions or with coarse times do what they can.
@@ -209,7 +198,7 @@ bool CopyTarget::settle(const Digests& digests, PendingFile& pending) {
     pending.entry = {file_.path, file_.bytes, file_.changed_ns, nanoseconds_of(facts.st_mtim), digests, is_verified};
     keep_known_digests(pending.entry.digests);
     const Outcome outcome = is_verified ? Outcome::verified : Outcome::copied;
-    pending.result = {file_.path, file_.bytes, outcome, "", false, pending.entry.digests, /*is_new*/ !compares_};
+    pending.result = {file_.path, file_.bytes, outcome, {}, pending.entry.digests, /*is_new*/ !compares_};
     temporary_.clear();
     copy_.close();
     return true;

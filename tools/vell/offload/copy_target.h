@@ -45,7 +45,7 @@ public:
     /// Has what was taken on disk, reads it from there and compares, until the end.
     void read_back();
     /// No more blocks come, and those taken do not count.
-    void abandon(const std::string& problem);
+    void abandon(const Problem& problem);
 
     /// Gives the file its size, times and permissions. True when `pending` is to be finished.
     [[nodiscard]] bool settle(const Digests& digests, PendingFile& pending);
@@ -66,7 +66,7 @@ private:
     void check(const Written& written);
     void keep_known_digests(Digests& digests);
     void fail(int error);
-    void fail_text(const std::string& problem, bool is_mismatch = false);
+    void fail(Problem problem);
     void count(uint64_t bytes);
 
     Destination& destination_;
@@ -87,8 +87,7 @@ private:
     std::deque<Written> written_;
     uint64_t written_bytes_ = 0;  ///< in written_
     bool has_ended_ = false;
-    std::string problem_;
-    bool is_mismatch_ = false;
+    Problem problem_;
     std::atomic<bool> has_failed_{false};
 };
 

@@ -9,9 +9,6 @@
 #include <cstring>
 #include <random>
 
-#include "ui/error_text.h"
-#include "ui/translation.h"
-
 namespace tool {
 namespace {
 
@@ -109,10 +106,11 @@ int Destination::open_journal() {
 
 void Destination::open() {
     const int error = open_root();
-    if (error != 0) return drop(error_text(error), error);
+    if (error != 0) return drop(system_problem(error));
     const int journal_error = open_journal();
-    if (journal_error == EWOULDBLOCK) return drop(tr("problem", "another offload is at work here"), journal_error);
-    if (journal_error != 0) drop(path_of(k_journal_name) + ": " + error_text(journal_error), journal_error);
+    if (journal_error == EWOULDBLOCK) return drop(problem_with(ProblemKind::destination_in_use, journal_error));
+    if (journal_error != 0)
+        drop({.kind = ProblemKind::journal_unusable, .error = journal_error, .detail = path_of(k_journal_name)});
 }
 
 bool Destination::facts_of(std::string_view path, struct stat& facts) {
@@ -166,29 +164,23 @@ std::shared_ptr<Descriptor> Destination::folder(std::string_view path) {
     return folder;
 }
 
-void Destination::drop(const std::string& reason, int error) {
+void Destination::drop(const Problem& reason) {
     const std::lock_guard lock(drop_lock_);
     if (is_dropped()) return;
     drop_reason_ = reason;
-    drop_error_ = error;
     is_dropped_.store(true, std::memory_order_release);
 }
 
-std::string Destination::drop_reason() const {
+Problem Destination::drop_reason() const {
     const std::lock_guard lock(drop_lock_);
     return drop_reason_;
 }
 
-int Destination::drop_error() const {
-    const std::lock_guard lock(drop_lock_);
-    return drop_error_;
-}
-
 void Destination::consider(int error) {
-    if (concerns_all_files(error)) return drop(error_text(error), error);
+    if (concerns_all_files(error)) return drop(system_problem(error));
     struct stat facts {};
     const bool is_gone = error == ENOENT && disk_calls.file_facts(root_.get(), &facts) == 0 && facts.st_nlink == 0;
-    if (is_gone) drop(tr("problem", "the folder is gone"), error);
+    if (is_gone) drop(problem_with(ProblemKind::folder_gone, error));
 }
 
 }  // namespace tool

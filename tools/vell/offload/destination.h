@@ -12,6 +12,7 @@
 #include "offload/descriptor.h"
 #include "offload/folder_walk.h"
 #include "offload/journal.h"
+#include "offload/problem.h"
 
 namespace tool {
 
@@ -49,10 +50,9 @@ public:
     [[nodiscard]] std::shared_ptr<Descriptor> folder(std::string_view path);
 
     /// No more is done here. The first reason stays.
-    void drop(const std::string& reason, int error);
+    void drop(const Problem& reason);
     [[nodiscard]] bool is_dropped() const { return is_dropped_.load(std::memory_order_acquire); }
-    [[nodiscard]] std::string drop_reason() const;
-    [[nodiscard]] int drop_error() const;
+    [[nodiscard]] Problem drop_reason() const;
     /// Drops the destination when the error is one that every further file would meet too.
     void consider(int error);
 
@@ -76,9 +76,8 @@ private:
     std::shared_ptr<Descriptor> recent_folder_;  ///< stays open: files come folder by folder
 
     std::atomic<bool> is_dropped_{false};
-    mutable std::mutex drop_lock_;  ///< guards the two below
-    std::string drop_reason_;
-    int drop_error_ = 0;
+    mutable std::mutex drop_lock_;  ///< guards the reason
+    Problem drop_reason_;
 };
 
 /// "<.vell-><16 digits><.part>": what an unfinished copy is called. Different at every call.

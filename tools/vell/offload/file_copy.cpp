@@ -9,8 +9,6 @@
 #include <thread>
 
 #include "offload/interrupt.h"
-#include "ui/error_text.h"
-#include "ui/translation.h"
 
 namespace tool {
 namespace {
@@ -21,11 +19,11 @@ constexpr size_t k_ring_blocks = 16;
 class SourceFile {
 public:
     /// Why it cannot be read, or nothing.
-    [[nodiscard]] std::string open(const SourceRoot& root, FileEntry& file);
+    [[nodiscard]] Problem open(const SourceRoot& root, FileEntry& file);
     /// Reads a block, with its fingerprint. Why it cannot be read, or nothing.
-    [[nodiscard]] std::string read(Block& block, uint64_t offset);
+    [[nodiscard]] Problem read(Block& block, uint64_t offset);
     /// What happened to the file since it was opened, or nothing.
-    [[nodiscard]] std::string change() const;
+    [[nodiscard]] Problem change() const;
 
 private:
     UncachedFile file_;
@@ -33,45 +31,43 @@ private:
     int64_t changed_ns_ = 0;
 };
 
-std::string SourceFile::open(const SourceRoot& root, FileEntry& file) {
+Problem SourceFile::open(const SourceRoot& root, FileEntry& file) {
     const Descriptor folder = open_folder(root.folder.get(), folder_of(file.path));
-    if (!folder.is_open()) return formatted(tr("problem", "cannot be read: %s"), error_text(errno).c_str());
+    if (!folder.is_open()) return problem_with(ProblemKind::unreadable, errno);
     const int error = file_.open(folder.get(), std::string(name_of(file.path)).c_str());
     struct stat facts {};
     if (error != 0 || disk_calls.file_facts(file_.descriptor(), &facts) != 0) {
-        return formatted(tr("problem", "cannot be read: %s"), error_text(error != 0 ? error : errno).c_str());
+        return problem_with(ProblemKind::unreadable, error != 0 ? error : errno);
     }
     file.bytes = bytes_ = static_cast<uint64_t>(facts.st_size);
     file.changed_ns = changed_ns_ = nanoseconds_of(facts.st_mtim);
     file.mode = facts.st_mode;
-    return "";
+    return {};
 }
 
-std::string SourceFile::read(Block& block, uint64_t offset) {
+Problem SourceFile::read(Block& block, uint64_t offset) {
     const size_t wanted = static_cast<size_t>(std::min<uint64_t>(k_block_bytes, bytes_ - offset));
     size_t bytes = 0;
     const int error = file_.read(block.data, rounded_to_alignment(wanted), offset, bytes);
-    if (error != 0)
-        return formatted(tr("problem", "cannot be read at byte %llu: %s"), number(offset), error_text(error).c_str());
-    if (bytes < wanted)
-        return formatted(tr("problem", "ends at byte %llu: it shrank while it was copied"), number(offset + bytes));
+    if (error != 0) return {.kind = ProblemKind::unreadable_at, .error = error, .first = offset};
+    if (bytes < wanted) return {.kind = ProblemKind::ended_early, .first = offset + bytes};
     block.bytes = wanted;
     block.offset = offset;
     block.fingerprint = fingerprint_of(block.data, wanted);
     // Behind the end of the file a copy is written up to the alignment, and cut.
     std::memset(block.data + wanted, 0, rounded_to_alignment(wanted) - wanted);
-    return "";
+    return {};
 }
 
-std::string SourceFile::change() const {
+Problem SourceFile::change() const {
     struct stat facts {};
     if (disk_calls.file_facts(file_.descriptor(), &facts) != 0) {
-        return formatted(tr("problem", "cannot be read: %s"), error_text(errno).c_str());
+        return problem_with(ProblemKind::unreadable, errno);
     }
     const auto bytes = static_cast<uint64_t>(facts.st_size);
-    if (bytes > bytes_) return tr("problem", "grew while it was copied");
-    if (bytes < bytes_) return tr("problem", "shrank while it was copied");
-    return nanoseconds_of(facts.st_mtim) != changed_ns_ ? tr("problem", "changed while it was copied") : "";
+    if (bytes > bytes_) return {.kind = ProblemKind::grew};
+    if (bytes < bytes_) return {.kind = ProblemKind::shrank};
+    return {.kind = nanoseconds_of(facts.st_mtim) != changed_ns_ ? ProblemKind::changed : ProblemKind::none};
 }
 
 /// Threads that end before whatever they use goes.
@@ -104,10 +100,10 @@ public:
         } else {
             copy_large();
         }
-        if (problem_.empty() && is_interrupted()) problem_ = tr("problem", "interrupted");
-        if (problem_.empty()) problem_ = source_.change();
+        if (!problem_ && is_interrupted()) problem_.kind = ProblemKind::interrupted;
+        if (!problem_) problem_ = source_.change();
         for (CopyTarget* target : targets_) {
-            if (!problem_.empty()) target->abandon(problem_);
+            if (problem_) target->abandon(problem_);
         }
     }
 
@@ -129,7 +125,7 @@ private:
     uint64_t bytes_;
     std::vector<CopyTarget*> targets_;
     std::vector<std::pair<DigestKind, Digester>> digesters_;
-    std::string problem_;
+    Problem problem_;
 };
 
 bool FileCopy::has_live_target() const {
@@ -143,7 +139,7 @@ void FileCopy::copy_small() {
     const AlignedBytes memory = aligned_bytes(rounded_to_alignment(static_cast<size_t>(bytes_) + 1));
     Block block{memory.get(), 0, 0, {}};
     if (bytes_ > 0) problem_ = source_.read(block, 0);
-    if (!problem_.empty()) return;
+    if (problem_) return;
     for (auto& [kind, digester] : digesters_)
         digester.add(block.data, block.bytes);
     for (CopyTarget* target : targets_) {
@@ -178,15 +174,15 @@ void FileCopy::start_consumers(BlockStream& stream, Threads& threads) {
 }
 
 void FileCopy::read_into(BlockStream& stream) {
-    for (uint64_t offset = 0; offset < bytes_ && problem_.empty(); offset += k_block_bytes) {
+    for (uint64_t offset = 0; offset < bytes_ && !problem_; offset += k_block_bytes) {
         if (is_interrupted() || !has_live_target()) break;
         problem_ = source_.read(stream.begin_block(), offset);
-        if (problem_.empty()) stream.publish_block();
+        if (!problem_) stream.publish_block();
     }
     // What was written so far need not be proven any more.
     for (CopyTarget* target : targets_) {
-        if (!problem_.empty() || is_interrupted())
-            target->abandon(problem_.empty() ? tr("problem", "interrupted") : problem_);
+        if (problem_ || is_interrupted())
+            target->abandon(problem_ ? problem_ : Problem{.kind = ProblemKind::interrupted});
     }
 }
 
@@ -197,7 +193,7 @@ void FileCopy::copy_large() {
         start_consumers(stream, threads);
         read_into(stream);
     } catch (const std::exception& error) {
-        problem_ = error.what();  // no more threads, for instance
+        problem_ = exception_problem(error.what());  // no more threads, for instance
         for (CopyTarget* target : targets_)
             target->abandon(problem_);
     }
@@ -210,10 +206,10 @@ void FileCopy::copy_large() {
 Digests copy_to_targets(const SourceRoot& root, FileEntry& file, const DigestSet& digests,
                         const std::vector<std::unique_ptr<CopyTarget>>& targets) {
     SourceFile source;
-    const std::string problem = source.open(root, file);
+    const Problem problem = source.open(root, file);
     std::vector<CopyTarget*> begun;
     for (const auto& target : targets) {
-        if (!problem.empty()) {
+        if (problem) {
             target->abandon(problem);
         } else if (target->begin()) {
             begun.push_back(target.get());

@@ -8,8 +8,6 @@
 #include "offload/block_stream.h"
 #include "offload/interrupt.h"
 #include "offload/uncached_file.h"
-#include "ui/error_text.h"
-#include "ui/translation.h"
 
 namespace tool {
 namespace {
@@ -24,13 +22,12 @@ struct Work {
 
     /// Reads the next block. False at the end and when it cannot be read.
     bool read(Block& block) {
-        if (is_interrupted()) result.problem = tr("problem", "interrupted");
-        if (!result.problem.empty()) return false;
+        if (is_interrupted()) result.problem.kind = ProblemKind::interrupted;
+        if (result.problem) return false;
         block.offset = result.bytes;
         const int error = file.read(block.data, k_block_bytes, result.bytes, block.bytes);
         if (error != 0) {
-            result.problem = formatted(tr("problem", "cannot be read at byte %llu: %s"), number(result.bytes),
-                                       error_text(error).c_str());
+            result.problem = {.kind = ProblemKind::unreadable_at, .error = error, .first = result.bytes};
             return false;
         }
         result.bytes += block.bytes;
@@ -58,7 +55,7 @@ void digest_in_threads(Work& work, const Block& first) {
         for (size_t i = 0; i < work.digesters.size(); ++i)
             threads.emplace_back(digest, std::ref(work.digesters[i].second), i);
     } catch (const std::exception& error) {
-        work.result.problem = error.what();  // no more threads
+        work.result.problem = exception_problem(error.what());  // no more threads
     }
     while (work.read(stream.begin_block()))
         stream.publish_block();
@@ -74,7 +71,7 @@ FileDigests digests_of_file(int folder, const std::string& path, const DigestSet
     Work work{{}, {}, {}, progress};
     const int error = work.file.open(folder, path.c_str(), follows_link);
     if (error != 0) {
-        work.result.problem = error == EINVAL ? tr("problem", "is not a regular file") : error_text(error);
+        work.result.problem = error == EINVAL ? problem_with(ProblemKind::not_regular, error) : system_problem(error);
         return work.result;
     }
     for (const DigestKind kind : kinds.kinds())

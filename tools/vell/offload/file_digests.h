@@ -5,17 +5,18 @@
 #include <string>
 
 #include "offload/digest.h"
+#include "offload/problem.h"
 
 namespace tool {
 
 struct FileDigests {
     Digests digests;
     uint64_t bytes = 0;
-    std::string problem;  ///< why it cannot be read, or nothing
+    Problem problem;  ///< why it cannot be read, or none
 };
 
 /// Reads the file once for all kinds; a large one while its digests are computed. `progress` is told of bytes; null:
-/// nobody. "interrupted" is the problem when a signal has come.
+/// nobody. The problem is `interrupted` when a signal has come.
 [[nodiscard]] FileDigests digests_of_file(int folder, const std::string& path, const DigestSet& kinds,
                                           bool follows_link,
                                           const std::function<void(uint64_t bytes)>& progress = nullptr);

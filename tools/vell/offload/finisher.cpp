@@ -4,15 +4,12 @@
 #include <cerrno>
 #include <cstring>
 
-#include "ui/error_text.h"
-#include "ui/translation.h"
-
 namespace tool {
 namespace {
 
 constexpr size_t k_most_waiting = 16;  // each keeps a folder open, at every destination
 
-void set_failed(PendingFile& pending, const std::string& problem) {
+void set_failed(PendingFile& pending, const Problem& problem) {
     pending.result.outcome = Outcome::failed;
     pending.result.problem = problem;
 }
@@ -64,31 +61,30 @@ void Finisher::finish(std::vector<PendingFile>& batch) {
         const bool has_name = pending.temporary.empty();
         if (!has_name && disk_calls.rename(folder, pending.temporary.c_str(), name.c_str(), pending.replaces) != 0) {
             const int error = errno;
-            set_failed(pending, error == EEXIST ? tr("problem", "a file of that name has appeared meanwhile")
-                                                : error_text(error));
+            set_failed(pending, error == EEXIST ? problem_with(ProblemKind::name_taken, error) : system_problem(error));
             destination_.consider(error);
             disk_calls.remove(folder, pending.temporary.c_str());
         } else if (std::find(folders.begin(), folders.end(), folder) == folders.end()) {
             folders.push_back(folder);
         }
     }
-    std::string problem;
+    Problem problem;
     for (const int folder : folders) {
         if (disk_calls.sync(folder) == 0) continue;
-        problem = formatted(tr("problem", "its folder cannot be written to disk: %s"), error_text(errno).c_str());
+        problem = problem_with(ProblemKind::folder_unsynced, errno);
         destination_.consider(errno);
     }
     std::vector<JournalEntry> entries;
     for (PendingFile& pending : batch) {
-        if (is_good(pending) && problem.empty()) entries.push_back(pending.entry);
+        if (is_good(pending) && !problem) entries.push_back(pending.entry);
     }
     const int error = entries.empty() ? 0 : destination_.record(entries);
     if (error != 0) {
-        problem = formatted(tr("problem", "%s cannot be written: %s"), k_journal_name, error_text(error).c_str());
-        destination_.drop(problem, error);
+        problem = problem_with(ProblemKind::journal_unwritable, error);
+        destination_.drop(problem);
     }
     for (PendingFile& pending : batch) {
-        if (is_good(pending) && !problem.empty()) set_failed(pending, problem);
+        if (is_good(pending) && problem) set_failed(pending, problem);
         report_(pending.result);
     }
 }

@@ -8,9 +8,6 @@
 #include <cstring>
 #include <memory>
 
-#include "ui/error_text.h"
-#include "ui/translation.h"
-
 namespace tool {
 namespace {
 
@@ -70,15 +67,6 @@ std::string joined_path(std::string_view folder, std::string_view name) {
     return folder.empty() ? std::string(name) : std::string(folder) + "/" + std::string(name);
 }
 
-const char* kind_of(mode_t mode) {
-    if (S_ISLNK(mode)) return tr("kind of file", "a symbolic link");
-    if (S_ISSOCK(mode)) return tr("kind of file", "a socket");
-    if (S_ISFIFO(mode)) return tr("kind of file", "a pipe");
-    if (S_ISDIR(mode)) return tr("kind of file", "a folder");
-    if (S_ISREG(mode)) return tr("kind of file", "a file");
-    return tr("kind of file", "a device");
-}
-
 bool comes_before(std::string_view a, std::string_view b) {
     size_t i = 0, j = 0;
     while (i < a.size() && j < b.size()) {
@@ -127,15 +115,13 @@ FolderContents list_tree(int root, const std::function<bool(std::string_view)>& 
         std::vector<std::string> names, subfolders;
         const Descriptor folder = open_folder(root, path);
         const int error = folder.is_open() ? read_names(folder.get(), names) : errno;
-        if (error != 0)
-            contents.left_out.push_back(
-                {path, formatted(tr("problem", "cannot be listed: %s"), error_text(error).c_str()), true});
+        if (error != 0) contents.left_out.push_back({path, problem_with(ProblemKind::unlistable, error), true});
         for (const std::string& name : names) {
             std::string below = joined_path(path, name);
             struct stat facts {};
             if (is_skipped && is_skipped(below)) continue;
             if (disk_calls.facts(folder.get(), name.c_str(), &facts) != 0) {
-                contents.left_out.push_back({below, error_text(errno), true});
+                contents.left_out.push_back({below, system_problem(errno), true});
             } else if (S_ISDIR(facts.st_mode)) {
                 contents.folders.push_back({below, 0, nanoseconds_of(facts.st_mtim), facts.st_mode});
                 subfolders.push_back(std::move(below));
@@ -143,7 +129,8 @@ FolderContents list_tree(int root, const std::function<bool(std::string_view)>& 
                 contents.files.push_back({std::move(below), static_cast<uint64_t>(facts.st_size),
                                           nanoseconds_of(facts.st_mtim), facts.st_mode});
             } else {
-                contents.left_out.push_back({std::move(below), kind_of(facts.st_mode), false});
+                contents.left_out.push_back(
+                    {std::move(below), {.kind = ProblemKind::special_file, .mode = facts.st_mode}, false});
             }
         }
         waiting.insert(waiting.end(), subfolders.rbegin(), subfolders.rend());

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "offload/descriptor.h"
+#include "offload/problem.h"
 
 namespace tool {
 
@@ -39,7 +40,7 @@ struct FileEntry {
 /// A name that cannot be copied: a link, a device, something unreadable.
 struct LeftOut {
     std::string path;
-    std::string reason;
+    Problem reason;
     bool is_failure;  ///< it should have been readable
 };
 
@@ -53,9 +54,6 @@ struct FolderContents {
 /// Stops early when `is_stopped` answers true; null: never.
 [[nodiscard]] FolderContents list_tree(int root, const std::function<bool(std::string_view path)>& is_skipped = nullptr,
                                        const std::function<bool()>& is_stopped = nullptr);
-
-/// What a name that is no regular file and no folder is called.
-[[nodiscard]] const char* kind_of(mode_t mode);
 
 /// "img2" before "img10": digits count by their value, other bytes as they are. A total order.
 [[nodiscard]] bool comes_before(std::string_view a, std::string_view b);

@@ -22,6 +22,7 @@
 #include "ui/error_text.h"
 #include "ui/file_names.h"
 #include "ui/offload_report.h"
+#include "ui/problem_text.h"
 #include "ui/translation.h"
 
 namespace tool {
@@ -148,7 +149,7 @@ void Offload::copy(FileEntry file) {
         Destination& destination = *plan_.destinations[i];
         if (destination.is_dropped()) continue;
         if (const JournalEntry* entry = destination.find_proven(file, options_.digests, options_.verifies)) {
-            report_.file(i, {file.path, file.bytes, Outcome::skipped, "", false, entry->digests, false});
+            report_.file(i, {file.path, file.bytes, Outcome::skipped, {}, entry->digests, false});
             continue;
         }
         targets.push_back(std::make_unique<CopyTarget>(destination, options_, mask_, file));
@@ -161,7 +162,7 @@ void Offload::copy(FileEntry file) {
         digests = copy_to_targets(plan_.source, file, options_.digests, targets);
     } catch (const std::exception& error) {
         for (const auto& target : targets)
-            target->abandon(error.what());
+            target->abandon(exception_problem(error.what()));
     }
     for (size_t i = 0; i < targets.size(); ++i)
         settle(indices[i], *targets[i], digests);
@@ -214,7 +215,7 @@ int Offload::exit_code() const {
         const DestinationCounts& counts = report_.counts(i);
         is_incomplete |= counts.of(Outcome::failed) > 0 || plan_.destinations[i]->is_dropped();
         has_mismatch |= counts.mismatches > 0;
-        const int error = plan_.destinations[i]->drop_error();
+        const int error = plan_.destinations[i]->drop_reason().error;
         lacks_space |= error == ENOSPC || error == EDQUOT;
     }
     if (has_mismatch) return k_exit_mismatch;
@@ -259,11 +260,15 @@ int Offload::run() {
 int offload(const OffloadOptions& options) {
     catch_interrupts();
     OffloadPlan plan;
-    refuse_overlaps(options);
-    list_source(options, plan);
-    open_destinations(options, plan);
-    remove_leftovers(plan);
-    check_space(options, plan);
+    try {
+        refuse_overlaps(options);
+        list_source(options, plan);
+        open_destinations(options, plan);
+        remove_leftovers(plan);
+        check_space(options, plan);
+    } catch (const JobRefused& refused) {
+        throw failure_of(refused);
+    }
     return Offload(options, plan).run();
 }
 

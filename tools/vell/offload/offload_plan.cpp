@@ -10,10 +10,6 @@
 
 #include "offload/interrupt.h"
 #include "offload/sum_list.h"
-#include "ui/byte_size.h"
-#include "ui/error_text.h"
-#include "ui/file_names.h"
-#include "ui/translation.h"
 
 namespace tool {
 namespace {
@@ -24,8 +20,12 @@ FileIdentity identity_of(const struct stat& facts) {
     return {facts.st_dev, facts.st_ino};
 }
 
-[[noreturn]] void refuse(const std::string& what) {
-    throw Failure{k_exit_command_line, what};
+[[noreturn]] void refuse(const std::string& path, Problem problem) {
+    throw JobRefused{std::move(problem), path};
+}
+
+[[noreturn]] void refuse(const std::string& path, ProblemKind kind) {
+    refuse(path, Problem{.kind = kind});
 }
 
 /// A path whose last parts need not exist yet.
@@ -57,19 +57,18 @@ Place find_place(const std::string& path) {
     std::string existing = without_slashes(path);
     struct stat facts {};
     while (stat(existing.c_str(), &facts) != 0) {
-        if (errno != ENOENT) refuse(printable_name(path) + ": " + error_text(errno));
-        if (lstat(existing.c_str(), &facts) == 0)
-            refuse(printable_name(path) + ": " + tr("problem", "is a link to nothing"));
+        if (errno != ENOENT) refuse(path, system_problem(errno));
+        if (lstat(existing.c_str(), &facts) == 0) refuse(path, ProblemKind::dangling_link);
         const std::string last(name_of(existing));
-        if (last == ".." || last == ".") refuse(printable_name(path) + ": " + error_text(ENOENT));
+        if (last == ".." || last == ".") refuse(path, system_problem(ENOENT));
         place.missing = joined_path(last, place.missing);
         if (place.missing.back() == '/') place.missing.pop_back();
         const size_t slash = existing.rfind('/');
         existing = slash == std::string::npos ? "." : without_slashes(existing.substr(0, std::max<size_t>(slash, 1)));
     }
-    if (!S_ISDIR(facts.st_mode)) refuse(printable_name(path) + ": " + tr("problem", "is not a folder"));
+    if (!S_ISDIR(facts.st_mode)) refuse(path, ProblemKind::not_a_folder);
     place.chain = parents_of(Descriptor(open(existing.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC)));
-    if (place.chain.empty()) refuse(printable_name(path) + ": " + error_text(errno));
+    if (place.chain.empty()) refuse(path, system_problem(errno));
     return place;
 }
 
@@ -87,11 +86,10 @@ bool lies_in(const Place& inner, const Place& outer) {
 /// The source's name as a chain of folders; the first is the source itself where that is a folder.
 Place find_source(const std::string& path) {
     struct stat facts {};
-    if (lstat(path.c_str(), &facts) != 0) refuse(printable_name(path) + ": " + error_text(errno));
-    if (stat(path.c_str(), &facts) != 0) refuse(printable_name(path) + ": " + error_text(errno));
+    if (lstat(path.c_str(), &facts) != 0) refuse(path, system_problem(errno));
+    if (stat(path.c_str(), &facts) != 0) refuse(path, system_problem(errno));
     if (S_ISDIR(facts.st_mode)) return find_place(path);
-    if (!S_ISREG(facts.st_mode))
-        refuse(printable_name(path) + ": " + formatted(tr("problem", "is %s"), kind_of(facts.st_mode)));
+    if (!S_ISREG(facts.st_mode)) refuse(path, {.kind = ProblemKind::unsuitable_kind, .mode = facts.st_mode});
     const std::string folder(folder_of(path));
     Place place = find_place(folder.empty() ? (path.front() == '/' ? "/" : ".") : folder);
     place.path = path;
@@ -113,11 +111,10 @@ void list_folder(const OffloadOptions& options, OffloadPlan& plan) {
         if (!is_own_name(options, file.path)) return false;
         // A list that was there before any offload is the user's and would be lost.
         const bool is_foreign = !is_destination && !is_temporary_name(name_of(file.path));
-        plan.contents.left_out.push_back({file.path,
-                                          is_foreign
-                                              ? tr("problem", "a destination keeps a file of its own under this name")
-                                              : tr("problem", "left by an offload"),
-                                          is_foreign});
+        plan.contents.left_out.push_back(
+            {file.path,
+             is_foreign ? Problem{.kind = ProblemKind::own_name} : Problem{.kind = ProblemKind::offload_leftover},
+             is_foreign});
         return true;
     });
 }
@@ -127,12 +124,10 @@ void list_file(const OffloadOptions& options, OffloadPlan& plan) {
     const std::string name(name_of(path));
     struct stat facts {};
     if (disk_calls.facts(plan.source.folder.get(), name.c_str(), &facts) != 0) {
-        throw Failure{k_exit_command_line, printable_name(path) + ": " + error_text(errno)};
+        refuse(path, system_problem(errno));
     }
-    if (!S_ISREG(facts.st_mode))
-        refuse(printable_name(path) + ": " + formatted(tr("problem", "is %s"), kind_of(facts.st_mode)));
-    if (is_own_name(options, name))
-        refuse(printable_name(path) + ": " + tr("problem", "a destination keeps a file of its own under this name"));
+    if (!S_ISREG(facts.st_mode)) refuse(path, {.kind = ProblemKind::unsuitable_kind, .mode = facts.st_mode});
+    if (is_own_name(options, name)) refuse(path, ProblemKind::own_name);
     plan.contents.files.push_back(
         {name, static_cast<uint64_t>(facts.st_size), nanoseconds_of(facts.st_mtim), facts.st_mode});
 }
@@ -141,24 +136,24 @@ void list_file(const OffloadOptions& options, OffloadPlan& plan) {
 
 void refuse_overlaps(const OffloadOptions& options) {
     if (options.destinations.size() > k_most_destinations) {
-        refuse(formatted(tr("problem", "%llu destinations: %llu are the most"), number(options.destinations.size()),
-                         number(k_most_destinations)));
+        refuse("", {.kind = ProblemKind::too_many_destinations,
+                    .first = options.destinations.size(),
+                    .second = k_most_destinations});
     }
     const Place source = find_source(options.source);
     struct stat facts {};
     const bool is_folder = stat(options.source.c_str(), &facts) == 0 && S_ISDIR(facts.st_mode);
     std::vector<Place> places;
     for (const std::string& path : options.destinations) {
-        if (path.empty()) refuse(tr("problem", "a destination has no name"));
+        if (path.empty()) refuse("", ProblemKind::unnamed_destination);
         const Place place = find_place(path);
         if (is_folder && lies_in(place, source)) {
-            refuse(printable_name(path) + ": " + tr("problem", "is the source or lies in it"));
+            refuse(path, ProblemKind::inside_source);
         }
-        if (lies_in(source, place)) refuse(printable_name(path) + ": " + tr("problem", "the source lies in it"));
+        if (lies_in(source, place)) refuse(path, ProblemKind::source_inside);
         for (const Place& other : places) {
             if (lies_in(place, other) || lies_in(other, place)) {
-                refuse(formatted(tr("problem", "%s and %s: two destinations are one, or one lies in the other"),
-                                 printable_name(path).c_str(), printable_name(other.path).c_str()));
+                throw JobRefused{{.kind = ProblemKind::destinations_overlap}, path, other.path};
             }
         }
         places.push_back(place);
@@ -169,13 +164,13 @@ void list_source(const OffloadOptions& options, OffloadPlan& plan) {
     const std::string& path = options.source;
     plan.source.path = path;
     struct stat facts {};
-    if (stat(path.c_str(), &facts) != 0) refuse(printable_name(path) + ": " + error_text(errno));
+    if (stat(path.c_str(), &facts) != 0) refuse(path, system_problem(errno));
     const bool is_folder = S_ISDIR(facts.st_mode);
     const std::string folder(folder_of(path));
     const std::string root = is_folder ? path : folder.empty() ? (path.front() == '/' ? "/" : ".") : folder;
     plan.source.folder = Descriptor(disk_calls.open(AT_FDCWD, root.c_str(), O_RDONLY | O_DIRECTORY, 0));
     if (!plan.source.folder.is_open()) {
-        throw Failure{k_exit_incomplete, printable_name(root) + ": " + error_text(errno)};
+        refuse(root, problem_with(ProblemKind::source_unopenable, errno));
     }
     if (is_folder) {
         list_folder(options, plan);
@@ -230,10 +225,7 @@ void check_space(const OffloadOptions& options, const OffloadPlan& plan) {
     }
     for (const auto& [device, volume] : volumes) {
         if (volume.wanted <= volume.free) continue;
-        throw Failure{k_exit_no_space,
-                      printable_name(volume.path) + ": " +
-                          formatted(tr("problem", "%s are needed on this volume, %s are free"),
-                                    format_byte_size(volume.wanted).c_str(), format_byte_size(volume.free).c_str())};
+        refuse(volume.path, {.kind = ProblemKind::no_space, .first = volume.wanted, .second = volume.free});
     }
 }
 

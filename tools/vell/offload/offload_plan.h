@@ -19,10 +19,10 @@ struct OffloadPlan {
 };
 
 /// Refuses what must not be: no or too many destinations, the same one twice, a source that is, contains or lies in a
-/// destination (by device and inode). Throws Failure. Nothing is made.
+/// destination (by device and inode). Throws JobRefused. Nothing is made.
 void refuse_overlaps(const OffloadOptions& options);
 
-/// Opens the source and lists it. What the destinations keep there of their own is left out. Throws Failure.
+/// Opens the source and lists it. What the destinations keep there of their own is left out. Throws JobRefused.
 void list_source(const OffloadOptions& options, OffloadPlan& plan);
 
 /// Makes and opens the destinations; those that cannot be opened are dropped.
@@ -31,7 +31,7 @@ void open_destinations(const OffloadOptions& options, OffloadPlan& plan);
 /// Removes what an interrupted run left unfinished in the folders that the plan concerns.
 void remove_leftovers(const OffloadPlan& plan);
 
-/// Adds up what each destination lacks, and throws Failure (k_exit_no_space) when a volume has not so much room.
+/// Adds up what each destination lacks, and throws JobRefused (no_space) when a volume has not so much room.
 void check_space(const OffloadOptions& options, const OffloadPlan& plan);
 
 }  // namespace tool

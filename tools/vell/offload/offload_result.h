@@ -5,6 +5,7 @@
 #include <string>
 
 #include "offload/digest.h"
+#include "offload/problem.h"
 #include "ui/translation.h"
 
 namespace tool {
@@ -26,9 +27,10 @@ struct FileResult {
     std::string path;
     uint64_t bytes = 0;
     Outcome outcome = Outcome::failed;
-    std::string problem;       ///< of a failed one
-    bool is_mismatch = false;  ///< the disk gave back something else than was written
+    Problem problem{};  ///< of a failed one
     Digests digests;
+    /// The data read back from the disk differs from what was written.
+    [[nodiscard]] bool is_mismatch() const { return problem.kind == ProblemKind::read_back; }
     bool is_new = false;  ///< written by this run, so that older digests of this path do not hold
 };
 

@@ -7,6 +7,7 @@
 
 #include "ui/byte_size.h"
 #include "ui/file_names.h"
+#include "ui/problem_text.h"
 #include "ui/text_columns.h"
 #include "ui/translation.h"
 
@@ -58,7 +59,7 @@ std::string word_text(const char* word) {
 }
 
 std::string dropped_text(const Destination& destination) {
-    return formatted(tr("report", "dropped: %s"), destination.drop_reason().c_str());
+    return formatted(tr("report", "dropped: %s"), problem_text(destination.drop_reason()).c_str());
 }
 
 Screen::Style style_of(const OffloadOptions& options) {
@@ -106,12 +107,13 @@ void OffloadReport::start() {
 
 void OffloadReport::left_out(const LeftOut& what) {
     if (options_.is_json) {
-        screen_.print(stdout, "{\"event\":\"left_out\"," + json_name("path", what.path) + ",\"reason\":" +
-                                  json_string(what.reason) + ",\"failure\":" + (what.is_failure ? "true}" : "false}"));
+        screen_.print(stdout, "{\"event\":\"left_out\"," + json_name("path", what.path) +
+                                  ",\"reason\":" + json_string(problem_text(what.reason)) +
+                                  ",\"failure\":" + (what.is_failure ? "true}" : "false}"));
     } else if (what.is_failure || !options_.is_quiet) {
         screen_.print(stderr, word_text(what.is_failure ? tr("report", "failed") : tr("report", "left out")) + "  " +
                                   printable_name(plan_.source.path + (what.path.empty() ? "" : "/") + what.path) +
-                                  ": " + what.reason);
+                                  ": " + problem_text(what.reason));
     }
 }
 
@@ -128,8 +130,8 @@ std::string OffloadReport::file_event(const Destination& destination, const File
                        json_name("path", result.path) + json_field("bytes", result.bytes) + ",\"result\":\"" +
                        name_of(result.outcome) + "\"" + digest_fields(result.digests);
     if (result.outcome == Outcome::failed) {
-        line +=
-            ",\"error\":" + json_string(result.problem) + ",\"mismatch\":" + (result.is_mismatch ? "true" : "false");
+        line += ",\"error\":" + json_string(problem_text(result.problem)) +
+                ",\"mismatch\":" + (result.is_mismatch() ? "true" : "false");
     }
     return line + "}";
 }
@@ -140,7 +142,7 @@ void OffloadReport::file(size_t index, const FileResult& result) {
         const std::lock_guard lock(lock_);
         DestinationCounts& counts = counts_[index];
         ++counts.files[static_cast<int>(result.outcome)];
-        counts.mismatches += result.is_mismatch ? 1 : 0;
+        counts.mismatches += result.is_mismatch() ? 1U : 0U;
         counts.seconds = seconds();
         if (result.outcome == Outcome::verified || result.outcome == Outcome::copied) counts.bytes += result.bytes;
         for (const DigestKind kind : k_digest_kinds) {
@@ -158,7 +160,8 @@ void OffloadReport::file(size_t index, const FileResult& result) {
     const std::string word = word_text(tr("report", name_of(result.outcome)));
     screen_.print(is_failed ? stderr : stdout,
                   (has_bars && may_colour() ? "\033[31m" + word + "\033[0m  " : word + "  ") +
-                      printable_name(destination.path_of(result.path)) + (is_failed ? ": " + result.problem : ""));
+                      printable_name(destination.path_of(result.path)) +
+                      (is_failed ? ": " + problem_text(result.problem) : ""));
 }
 
 void OffloadReport::current(const std::string& path) {
@@ -200,7 +203,7 @@ void OffloadReport::summarise(size_t index) {
             line += json_field(name_of(outcome), counts.of(outcome));
         line += json_field("bytes", counts.bytes) + ",\"seconds\":" + json_number(counts.seconds) +
                 ",\"mb_per_s\":" + json_number(rate);
-        if (destination.is_dropped()) line += ",\"dropped\":" + json_string(destination.drop_reason());
+        if (destination.is_dropped()) line += ",\"dropped\":" + json_string(problem_text(destination.drop_reason()));
         return screen_.print(stdout, line + "}");
     }
     if (options_.is_quiet && !destination.is_dropped()) return;
