@@ -3,7 +3,7 @@
 #include <memory>
 
 #include "cli/arguments.h"
-#include "offload/offload.h"
+#include "commands/offload.h"
 #include "ui/translation.h"
 
 namespace tool {
@@ -27,7 +27,7 @@ constexpr const char* k_footer = marked(
 
 void describe_offload(Arguments& program) {
     struct Values {
-        OffloadOptions options;
+        OffloadCommand command;
         std::vector<std::string> digests;
         bool skips_verification = false;
     };
@@ -35,18 +35,18 @@ void describe_offload(Arguments& program) {
     Arguments command = program.command(
         "offload", tr("help", "copy a file or folder to several disks, read every copy back and compare"));
     command.footer(tr("help", k_footer));
-    command.value("SOURCE", values->options.source, tr("help", "a file or a folder"));
-    command.values("DEST", values->options.destinations, tr("help", "1 to 16 folders; missing ones are made"));
+    command.value("SOURCE", values->command.options.source, tr("help", "a file or a folder"));
+    command.values("DEST", values->command.options.destinations, tr("help", "1 to 16 folders; missing ones are made"));
     command.repeated_option("--hash", values->digests,
                             tr("help", "md5, sha1, xxh64, xxh3, xxh128 (default: md5,xxh128)"));
     command.flag("--no-verify", values->skips_verification, tr("help", "do not read the copies back"));
-    command.flag("--overwrite", values->options.overwrites, tr("help", "replace files that differ"));
-    command.flag("--quiet", values->options.is_quiet, tr("help", "print failures only"));
-    command.flag("--json", values->options.is_json, tr("help", "print one JSON object for each event"));
+    command.flag("--overwrite", values->command.options.overwrites, tr("help", "replace files that differ"));
+    command.flag("--quiet", values->command.is_quiet, tr("help", "print failures only"));
+    command.flag("--json", values->command.is_json, tr("help", "print one JSON object for each event"));
     command.run([values] {
-        values->options.digests = parse_digest_set(values->digests, values->options.digests);
-        values->options.verifies = !values->skips_verification;
-        return offload(values->options);
+        values->command.options.digests = parse_digest_set(values->digests, values->command.options.digests);
+        values->command.options.verifies = !values->skips_verification;
+        return offload(values->command);
     });
 }
 

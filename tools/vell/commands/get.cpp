@@ -13,10 +13,10 @@
 
 #include "commands/part_file.h"
 #include "offload/file_digests.h"
-#include "offload/interrupt.h"
 #include "ui/byte_size.h"
 #include "ui/error_text.h"
 #include "ui/file_names.h"
+#include "ui/interrupt.h"
 #include "ui/problem_text.h"
 #include "ui/screen.h"
 #include "ui/translation.h"
@@ -212,7 +212,7 @@ void Get::check_digests() {
     if (kinds.is_empty()) return;
     bytes_done_ = 0;
     is_checking_ = true;
-    const FileDigests found = digests_of_file(AT_FDCWD, part_.path(), kinds, /*follows_link*/ false,
+    const FileDigests found = digests_of_file(AT_FDCWD, part_.path(), kinds, /*follows_link*/ false, interrupt_flag(),
                                               [this](uint64_t bytes) { bytes_done_ += bytes; });
     if (is_interrupted()) throw Failure{k_exit_get_interrupted, ""};
     if (found.problem) throw Failure{k_exit_other, printable_name(part_.path()) + ": " + problem_text(found.problem)};

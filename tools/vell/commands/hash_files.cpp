@@ -14,11 +14,10 @@
 
 #include "offload/file_digests.h"
 #include "offload/folder_walk.h"
-#include "offload/interrupt.h"
-#include "offload/offload.h"
 #include "offload/parallel.h"
 #include "offload/sum_list.h"
 #include "ui/file_names.h"
+#include "ui/interrupt.h"
 #include "ui/problem_text.h"
 #include "ui/translation.h"
 
@@ -108,7 +107,8 @@ int print_digests(const HashOptions& options) {
     for_each_index(inputs.size(), std::max(2U, std::thread::hardware_concurrency()), [&](size_t index) {
         FileDigests result{{}, 0, inputs[index].problem};
         if (!result.problem) {
-            result = digests_of_file(AT_FDCWD, inputs[index].path, options.digests, /*follows_link*/ true);
+            result =
+                digests_of_file(AT_FDCWD, inputs[index].path, options.digests, /*follows_link*/ true, interrupt_flag());
         }
         if (is_interrupted()) return false;
         printer.add(index, std::move(result));

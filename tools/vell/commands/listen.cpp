@@ -9,8 +9,8 @@
 #include <memory>
 #include <string_view>
 
-#include "offload/interrupt.h"
 #include "ui/file_names.h"
+#include "ui/interrupt.h"
 #include "ui/screen.h"
 #include "ui/translation.h"
 #include "vellcore/message_log.h"

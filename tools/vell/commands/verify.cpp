@@ -20,14 +20,13 @@
 #include "offload/destination.h"
 #include "offload/file_digests.h"
 #include "offload/folder_walk.h"
-#include "offload/interrupt.h"
 #include "offload/journal.h"
-#include "offload/offload.h"
 #include "offload/parallel.h"
 #include "offload/sum_list.h"
 #include "offload/whole_file.h"
 #include "ui/error_text.h"
 #include "ui/file_names.h"
+#include "ui/interrupt.h"
 #include "ui/problem_text.h"
 #include "ui/screen.h"
 #include "ui/text_columns.h"
@@ -248,7 +247,7 @@ void Verification::compare_contents(size_t index) {
     const DigestSet kinds = kinds_for(expected);
     const Descriptor folder = open_folder(root_.get(), folder_of(file.path));
     const FileDigests actual =
-        digests_of_file(folder.get(), std::string(name_of(file.path)), kinds, /*follows_link*/ false,
+        digests_of_file(folder.get(), std::string(name_of(file.path)), kinds, /*follows_link*/ false, interrupt_flag(),
                         [this](uint64_t bytes) { bytes_done_ += bytes; });
     if (is_interrupted()) return;
     if (actual.problem) return report(Finding::unreadable, file.path, problem_text(actual.problem));

@@ -4,8 +4,6 @@
 #include <cerrno>
 #include <cstring>
 
-#include "offload/interrupt.h"
-
 namespace tool {
 namespace {
 
@@ -16,8 +14,14 @@ constexpr mode_t k_permissions = 0777;
 
 }  // namespace
 
-CopyTarget::CopyTarget(Destination& destination, const OffloadOptions& options, mode_t mask, const FileEntry& file)
-    : destination_(destination), options_(options), mask_(mask), file_(file), name_(name_of(file.path)) {}
+CopyTarget::CopyTarget(Destination& destination, const OffloadOptions& options, const CancelFlag& cancel, mode_t mask,
+                       const FileEntry& file)
+    : destination_(destination),
+      options_(options),
+      cancel_(cancel),
+      mask_(mask),
+      file_(file),
+      name_(name_of(file.path)) {}
 
 CopyTarget::~CopyTarget() {
     if (!temporary_.empty()) disk_calls.remove(folder_->get(), temporary_.c_str());
@@ -147,7 +151,7 @@ void CopyTarget::read_back() {
         const int error = copy_.settle();
         if (error != 0) return fail(error);
         for (const Written& written : batch) {
-            if (is_interrupted()) abandon({.kind = ProblemKind::interrupted});  // take() may be waiting for us
+            if (is_set(cancel_)) abandon({.kind = ProblemKind::interrupted});  // take() may be waiting for us
             if (has_failed()) return;
             check(written);
             const std::lock_guard lock(lock_);

@@ -32,7 +32,8 @@ struct PendingFile {
 
 class CopyTarget {
 public:
-    CopyTarget(Destination& destination, const OffloadOptions& options, mode_t mask, const FileEntry& file);
+    CopyTarget(Destination& destination, const OffloadOptions& options, const CancelFlag& cancel, mode_t mask,
+               const FileEntry& file);
     ~CopyTarget();
     CopyTarget(const CopyTarget&) = delete;
     CopyTarget& operator=(const CopyTarget&) = delete;
@@ -71,6 +72,7 @@ private:
 
     Destination& destination_;
     const OffloadOptions& options_;
+    const CancelFlag& cancel_;
     const mode_t mask_;
     const FileEntry& file_;
     const std::string name_;

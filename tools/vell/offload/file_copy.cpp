@@ -8,8 +8,6 @@
 #include <functional>
 #include <thread>
 
-#include "offload/interrupt.h"
-
 namespace tool {
 namespace {
 
@@ -88,8 +86,9 @@ private:
 /// One file's work. `targets` have begun.
 class FileCopy {
 public:
-    FileCopy(SourceFile& source, uint64_t bytes, const DigestSet& digests, const std::vector<CopyTarget*>& targets)
-        : source_(source), bytes_(bytes), targets_(targets) {
+    FileCopy(SourceFile& source, uint64_t bytes, const DigestSet& digests, const CancelFlag& cancel,
+             const std::vector<CopyTarget*>& targets)
+        : source_(source), bytes_(bytes), cancel_(cancel), targets_(targets) {
         for (const DigestKind kind : digests.kinds())
             digesters_.emplace_back(kind, Digester(kind));
     }
@@ -100,7 +99,7 @@ public:
         } else {
             copy_large();
         }
-        if (!problem_ && is_interrupted()) problem_.kind = ProblemKind::interrupted;
+        if (!problem_ && is_set(cancel_)) problem_.kind = ProblemKind::interrupted;
         if (!problem_) problem_ = source_.change();
         for (CopyTarget* target : targets_) {
             if (problem_) target->abandon(problem_);
@@ -123,6 +122,7 @@ private:
 
     SourceFile& source_;
     uint64_t bytes_;
+    const CancelFlag& cancel_;
     std::vector<CopyTarget*> targets_;
     std::vector<std::pair<DigestKind, Digester>> digesters_;
     Problem problem_;
@@ -175,13 +175,13 @@ void FileCopy::start_consumers(BlockStream& stream, Threads& threads) {
 
 void FileCopy::read_into(BlockStream& stream) {
     for (uint64_t offset = 0; offset < bytes_ && !problem_; offset += k_block_bytes) {
-        if (is_interrupted() || !has_live_target()) break;
+        if (is_set(cancel_) || !has_live_target()) break;
         problem_ = source_.read(stream.begin_block(), offset);
         if (!problem_) stream.publish_block();
     }
     // What was written so far need not be proven any more.
     for (CopyTarget* target : targets_) {
-        if (problem_ || is_interrupted())
+        if (problem_ || is_set(cancel_))
             target->abandon(problem_ ? problem_ : Problem{.kind = ProblemKind::interrupted});
     }
 }
@@ -203,7 +203,7 @@ void FileCopy::copy_large() {
 
 }  // namespace
 
-Digests copy_to_targets(const SourceRoot& root, FileEntry& file, const DigestSet& digests,
+Digests copy_to_targets(const SourceRoot& root, FileEntry& file, const DigestSet& digests, const CancelFlag& cancel,
                         const std::vector<std::unique_ptr<CopyTarget>>& targets) {
     SourceFile source;
     const Problem problem = source.open(root, file);
@@ -216,7 +216,7 @@ Digests copy_to_targets(const SourceRoot& root, FileEntry& file, const DigestSet
         }
     }
     if (begun.empty()) return {};
-    FileCopy copy(source, file.bytes, digests, begun);
+    FileCopy copy(source, file.bytes, digests, cancel, begun);
     copy.run();
     return copy.digests();
 }

@@ -17,6 +17,7 @@ struct SourceRoot {
 /// Copies `file` and has every target ready to settle, failed, or abandoned when the work is interrupted. `targets`
 /// did not begin yet. @return the source's digests; `file` becomes what the open source really is.
 [[nodiscard]] Digests copy_to_targets(const SourceRoot& source, FileEntry& file, const DigestSet& digests,
+                                      const CancelFlag& cancel,
                                       const std::vector<std::unique_ptr<CopyTarget>>& targets);
 
 /// True for files that are copied by one thread alone.

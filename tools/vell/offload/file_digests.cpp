@@ -6,7 +6,6 @@
 #include <vector>
 
 #include "offload/block_stream.h"
-#include "offload/interrupt.h"
 #include "offload/uncached_file.h"
 
 namespace tool {
@@ -18,11 +17,12 @@ struct Work {
     UncachedFile file;
     std::vector<std::pair<DigestKind, Digester>> digesters;
     FileDigests result;
+    const CancelFlag& cancel;
     const std::function<void(uint64_t)>& progress;
 
     /// Reads the next block. False at the end and when it cannot be read.
     bool read(Block& block) {
-        if (is_interrupted()) result.problem.kind = ProblemKind::interrupted;
+        if (is_set(cancel)) result.problem.kind = ProblemKind::interrupted;
         if (result.problem) return false;
         block.offset = result.bytes;
         const int error = file.read(block.data, k_block_bytes, result.bytes, block.bytes);
@@ -67,8 +67,8 @@ void digest_in_threads(Work& work, const Block& first) {
 }  // namespace
 
 FileDigests digests_of_file(int folder, const std::string& path, const DigestSet& kinds, bool follows_link,
-                            const std::function<void(uint64_t bytes)>& progress) {
-    Work work{{}, {}, {}, progress};
+                            const CancelFlag& cancel, const std::function<void(uint64_t bytes)>& progress) {
+    Work work{{}, {}, {}, cancel, progress};
     const int error = work.file.open(folder, path.c_str(), follows_link);
     if (error != 0) {
         work.result.problem = error == EINVAL ? problem_with(ProblemKind::not_regular, error) : system_problem(error);

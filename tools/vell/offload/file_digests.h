@@ -4,6 +4,7 @@
 #include <functional>
 #include <string>
 
+#include "offload/cancel_flag.h"
 #include "offload/digest.h"
 #include "offload/problem.h"
 
@@ -16,9 +17,9 @@ struct FileDigests {
 };
 
 /// Reads the file once for all kinds; a large one while its digests are computed. `progress` is told of bytes; null:
-/// nobody. The problem is `interrupted` when a signal has come.
+/// nobody. The problem is `interrupted` when it was cancelled.
 [[nodiscard]] FileDigests digests_of_file(int folder, const std::string& path, const DigestSet& kinds,
-                                          bool follows_link,
+                                          bool follows_link, const CancelFlag& cancel,
                                           const std::function<void(uint64_t bytes)>& progress = nullptr);
 
 }  // namespace tool

@@ -10,20 +10,16 @@
 #include <atomic>
 #include <cerrno>
 #include <cstring>
+#include <ctime>
+#include <mutex>
 #include <semaphore>
 #include <set>
 #include <thread>
 
 #include "offload/finisher.h"
-#include "offload/interrupt.h"
 #include "offload/offload_plan.h"
 #include "offload/parallel.h"
 #include "offload/whole_file.h"
-#include "ui/error_text.h"
-#include "ui/file_names.h"
-#include "ui/offload_report.h"
-#include "ui/problem_text.h"
-#include "ui/translation.h"
 
 namespace tool {
 namespace {
@@ -31,6 +27,12 @@ namespace {
 constexpr size_t k_workers = 8;
 constexpr mode_t k_permissions = 0777;
 constexpr mode_t k_owner = 0700;
+
+int64_t now_ns() {
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return nanoseconds_of(now);
+}
 
 mode_t creation_mask() {
     const mode_t mask = umask(0);
@@ -45,19 +47,20 @@ ptrdiff_t large_files_at_once() {
 
 class Offload {
 public:
-    Offload(const OffloadOptions& options, OffloadPlan& plan)
+    Offload(const OffloadOptions& options, const CancelFlag& cancel, OffloadPlan& plan, OffloadEvents& events)
         : options_(options),
+          cancel_(cancel),
           plan_(plan),
+          events_(events),
           mask_(creation_mask()),
-          report_(options, plan),
+          counts_(plan.destinations.size()),
           large_files_(large_files_at_once()) {}
 
-    int run();
+    [[nodiscard]] OffloadResult run();
 
 private:
     void make_folders(Destination& destination);
     void keep_folder_facts(size_t index);
-    void count_wanted_bytes();
     [[nodiscard]] bool work_on(size_t index);
     void copy(FileEntry file);
     void settle(size_t index, CopyTarget& target, const Digests& digests);
@@ -65,12 +68,18 @@ private:
     [[nodiscard]] int merge_into_list(int folder, DigestKind kind, const std::vector<SumLine>& lines) const;
     void write_lists(size_t index);
     [[nodiscard]] bool has_destination() const;
-    [[nodiscard]] int exit_code() const;
+    void report(size_t index, const FileResult& result);
+    void count(size_t index, const FileResult& result);
+    void warn(const std::string& path, const Problem& problem);
 
     const OffloadOptions& options_;
+    const CancelFlag& cancel_;
     OffloadPlan& plan_;
+    OffloadEvents& events_;
     const mode_t mask_;
-    OffloadReport report_;
+    const int64_t start_ns_ = now_ns();
+    std::mutex counts_lock_;  ///< guards the counts while workers run
+    std::vector<DestinationCounts> counts_;
     std::counting_semaphore<> large_files_;
     std::vector<std::unique_ptr<Finisher>> finishers_;
     std::vector<std::set<std::string>> made_folders_;  ///< by destination
@@ -96,9 +105,9 @@ void Offload::make_folders(Destination& destination) {
             made_folders_.back().insert(folder.path);
             parents.insert(parent);
         } else if (errno != EEXIST || !open_folder(where->get(), name).is_open()) {
-            report_.note(printable_name(destination.path_of(folder.path)) + ": " + error_text(errno));
-            has_failure_ = true;
-            destination.consider(errno);
+            const int error = errno;
+            warn(destination.path_of(folder.path), system_problem(error));
+            destination.consider(error);
         }
     }
     for (const std::string& parent : parents) {
@@ -123,22 +132,12 @@ void Offload::keep_folder_facts(size_t index) {
     }
 }
 
-void Offload::count_wanted_bytes() {
-    for (const auto& destination : plan_.destinations) {
-        for (const FileEntry& file : plan_.contents.files) {
-            if (destination->find_proven(file, options_.digests, options_.verifies) == nullptr) {
-                destination->progress.bytes_wanted += file.bytes;
-            }
-        }
-    }
-}
-
 void Offload::settle(size_t index, CopyTarget& target, const Digests& digests) {
     PendingFile pending;
     if (target.settle(digests, pending)) {
         finishers_[index]->add(std::move(pending));
-    } else if (!is_interrupted()) {
-        report_.file(index, target.failure());
+    } else if (!is_set(cancel_)) {
+        report(index, target.failure());
     }
 }
 
@@ -149,17 +148,17 @@ void Offload::copy(FileEntry file) {
         Destination& destination = *plan_.destinations[i];
         if (destination.is_dropped()) continue;
         if (const JournalEntry* entry = destination.find_proven(file, options_.digests, options_.verifies)) {
-            report_.file(i, {file.path, file.bytes, Outcome::skipped, {}, entry->digests, false});
+            report(i, {file.path, file.bytes, Outcome::skipped, {}, entry->digests, false});
             continue;
         }
-        targets.push_back(std::make_unique<CopyTarget>(destination, options_, mask_, file));
+        targets.push_back(std::make_unique<CopyTarget>(destination, options_, cancel_, mask_, file));
         indices.push_back(i);
     }
     if (targets.empty()) return;
-    report_.current(file.path);
+    events_.current(file.path);
     Digests digests;
     try {
-        digests = copy_to_targets(plan_.source, file, options_.digests, targets);
+        digests = copy_to_targets(plan_.source, file, options_.digests, cancel_, targets);
     } catch (const std::exception& error) {
         for (const auto& target : targets)
             target->abandon(exception_problem(error.what()));
@@ -170,11 +169,11 @@ void Offload::copy(FileEntry file) {
 
 /// False when no more files are to be begun.
 bool Offload::work_on(size_t index) {
-    if (is_interrupted() || !has_destination()) return false;
+    if (is_set(cancel_) || !has_destination()) return false;
     const FileEntry& file = plan_.contents.files[index];
     const bool is_large = !is_small(file.bytes);
     if (is_large) large_files_.acquire();
-    if (!is_interrupted()) copy(file);
+    if (!is_set(cancel_)) copy(file);
     if (is_large) large_files_.release();
     return true;
 }
@@ -198,51 +197,57 @@ int Offload::merge_into_list(int folder, DigestKind kind, const std::vector<SumL
 void Offload::write_lists(size_t index) {
     Destination& destination = *plan_.destinations[index];
     for (const DigestKind kind : k_digest_kinds) {
-        const auto& lines = report_.counts(index).listed[static_cast<size_t>(kind)];
+        const auto& lines = counts_[index].listed[static_cast<size_t>(kind)];
         const char* name = names_of(kind).list_name;
         if (lines.empty() || destination.is_dropped() || has_file(name)) continue;
         const int error = merge_into_list(destination.root(), kind, lines);
         if (error == 0) continue;
-        report_.note(printable_name(destination.path_of(name)) + ": " + error_text(error));
-        has_failure_ = true;
+        warn(destination.path_of(name), system_problem(error));
         destination.consider(error);
     }
 }
 
-int Offload::exit_code() const {
-    bool is_incomplete = has_failure_, has_mismatch = false, lacks_space = false;
-    for (size_t i = 0; i < plan_.destinations.size(); ++i) {
-        const DestinationCounts& counts = report_.counts(i);
-        is_incomplete |= counts.of(Outcome::failed) > 0 || plan_.destinations[i]->is_dropped();
-        has_mismatch |= counts.mismatches > 0;
-        const int error = plan_.destinations[i]->drop_reason().error;
-        lacks_space |= error == ENOSPC || error == EDQUOT;
-    }
-    if (has_mismatch) return k_exit_mismatch;
-    if (is_interrupted()) return k_exit_interrupted;
-    if (lacks_space) return k_exit_no_space;
-    return is_incomplete ? k_exit_incomplete : k_exit_done;
+void Offload::warn(const std::string& path, const Problem& problem) {
+    has_failure_ = true;
+    events_.warning(path, problem);
 }
 
-int Offload::run() {
-    count_wanted_bytes();
-    report_.start();
+void Offload::count(size_t index, const FileResult& result) {
+    constexpr double k_ns_per_second = 1e9;
+    const std::lock_guard lock(counts_lock_);
+    DestinationCounts& counts = counts_[index];
+    ++counts.files[static_cast<int>(result.outcome)];
+    counts.mismatches += result.is_mismatch() ? 1U : 0U;
+    counts.seconds = static_cast<double>(now_ns() - start_ns_) / k_ns_per_second;
+    if (result.outcome == Outcome::verified || result.outcome == Outcome::copied) counts.bytes += result.bytes;
+    if (result.outcome == Outcome::failed) return;
+    for (const DigestKind kind : k_digest_kinds) {
+        const std::string& digest = digest_of(result.digests, kind);
+        const bool is_wanted = options_.digests.has(kind) && !digest.empty();
+        if (is_wanted || result.is_new) counts.listed[static_cast<size_t>(kind)].push_back({digest, result.path, kind});
+    }
+}
+
+void Offload::report(size_t index, const FileResult& result) {
+    count(index, result);
+    events_.file(index, result);
+}
+
+OffloadResult Offload::run() {
     for (const LeftOut& what : plan_.contents.left_out) {
-        report_.left_out(what);
+        events_.left_out(what);
         if (what.is_failure) has_failure_ = true;
     }
     for (const auto& destination : plan_.destinations) {
         if (destination->bad_journal_lines() > 0) {
-            report_.note(printable_name(destination->path_of(k_journal_name)) + ": " +
-                         formatted(tr("problem",
-                                      "%llu damaged or foreign lines do not count; what they told of is proven again"),
-                                   number(destination->bad_journal_lines())));
+            events_.warning(destination->path_of(k_journal_name),
+                            {.kind = ProblemKind::journal_damaged, .first = destination->bad_journal_lines()});
         }
         make_folders(*destination);
     }
     for (size_t i = 0; i < plan_.destinations.size(); ++i) {
-        finishers_.push_back(std::make_unique<Finisher>(
-            *plan_.destinations[i], [this, i](const FileResult& result) { report_.file(i, result); }));
+        finishers_.push_back(std::make_unique<Finisher>(*plan_.destinations[i],
+                                                        [this, i](const FileResult& result) { report(i, result); }));
     }
     for_each_index(plan_.contents.files.size(), k_workers, [this](size_t index) { return work_on(index); });
     finishers_.clear();
@@ -250,26 +255,32 @@ int Offload::run() {
         write_lists(i);
         keep_folder_facts(i);
     }
-    report_.finish(is_interrupted(), exit_code());
-    if (!has_printed_all()) has_failure_ = true;
-    return exit_code();
+    return {std::move(counts_), has_failure_, is_set(cancel_)};
+}
+
+void count_wanted_bytes(const OffloadOptions& options, const OffloadPlan& plan) {
+    for (const auto& destination : plan.destinations) {
+        for (const FileEntry& file : plan.contents.files) {
+            if (destination->find_proven(file, options.digests, options.verifies) == nullptr)
+                destination->progress.bytes_wanted += file.bytes;
+        }
+    }
 }
 
 }  // namespace
 
-int offload(const OffloadOptions& options) {
-    catch_interrupts();
-    OffloadPlan plan;
-    try {
-        refuse_overlaps(options);
-        list_source(options, plan);
-        open_destinations(options, plan);
-        remove_leftovers(plan);
-        check_space(options, plan);
-    } catch (const JobRefused& refused) {
-        throw failure_of(refused);
-    }
-    return Offload(options, plan).run();
+void plan_offload(const OffloadOptions& options, const CancelFlag& cancel, OffloadPlan& plan) {
+    refuse_overlaps(options);
+    list_source(options, cancel, plan);
+    open_destinations(options, plan);
+    remove_leftovers(plan);
+    check_space(options, plan);
+    count_wanted_bytes(options, plan);
+}
+
+OffloadResult run_offload(const OffloadOptions& options, const CancelFlag& cancel, OffloadPlan& plan,
+                          OffloadEvents& events) {
+    return Offload(options, cancel, plan, events).run();
 }
 
 }  // namespace tool

@@ -8,7 +8,6 @@
 #include <map>
 #include <utility>
 
-#include "offload/interrupt.h"
 #include "offload/sum_list.h"
 
 namespace tool {
@@ -103,10 +102,10 @@ bool is_own_name(const OffloadOptions& options, std::string_view path) {
                        [path](DigestKind kind) { return path == names_of(kind).list_name; });
 }
 
-void list_folder(const OffloadOptions& options, OffloadPlan& plan) {
+void list_folder(const OffloadOptions& options, const CancelFlag& cancel, OffloadPlan& plan) {
     struct stat facts {};
     const bool is_destination = disk_calls.facts(plan.source.folder.get(), k_journal_name, &facts) == 0;
-    plan.contents = list_tree(plan.source.folder.get(), nullptr, is_interrupted);
+    plan.contents = list_tree(plan.source.folder.get(), nullptr, [&cancel] { return is_set(cancel); });
     std::erase_if(plan.contents.files, [&](const FileEntry& file) {
         if (!is_own_name(options, file.path)) return false;
         // A list that was there before any offload is the user's and would be lost.
@@ -135,10 +134,10 @@ void list_file(const OffloadOptions& options, OffloadPlan& plan) {
 }  // namespace
 
 void refuse_overlaps(const OffloadOptions& options) {
-    if (options.destinations.size() > k_most_destinations) {
+    if (options.destinations.size() > k_max_destinations) {
         refuse("", {.kind = ProblemKind::too_many_destinations,
                     .first = options.destinations.size(),
-                    .second = k_most_destinations});
+                    .second = k_max_destinations});
     }
     const Place source = find_source(options.source);
     struct stat facts {};
@@ -160,7 +159,7 @@ void refuse_overlaps(const OffloadOptions& options) {
     }
 }
 
-void list_source(const OffloadOptions& options, OffloadPlan& plan) {
+void list_source(const OffloadOptions& options, const CancelFlag& cancel, OffloadPlan& plan) {
     const std::string& path = options.source;
     plan.source.path = path;
     struct stat facts {};
@@ -173,7 +172,7 @@ void list_source(const OffloadOptions& options, OffloadPlan& plan) {
         refuse(root, problem_with(ProblemKind::source_unopenable, errno));
     }
     if (is_folder) {
-        list_folder(options, plan);
+        list_folder(options, cancel, plan);
     } else {
         list_file(options, plan);
     }

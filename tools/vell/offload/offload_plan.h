@@ -23,7 +23,7 @@ struct OffloadPlan {
 void refuse_overlaps(const OffloadOptions& options);
 
 /// Opens the source and lists it. What the destinations keep there of their own is left out. Throws JobRefused.
-void list_source(const OffloadOptions& options, OffloadPlan& plan);
+void list_source(const OffloadOptions& options, const CancelFlag& cancel, OffloadPlan& plan);
 
 /// Makes and opens the destinations; those that cannot be opened are dropped.
 void open_destinations(const OffloadOptions& options, OffloadPlan& plan);

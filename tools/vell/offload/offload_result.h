@@ -6,7 +6,6 @@
 
 #include "offload/digest.h"
 #include "offload/problem.h"
-#include "ui/translation.h"
 
 namespace tool {
 
@@ -16,12 +15,7 @@ enum class Outcome {
     skipped,   ///< on record as proven, and still there
     failed,
 };
-/// The word for it in JSON; what people read is tr("report", name_of(outcome)).
-[[nodiscard]] constexpr const char* name_of(Outcome outcome) {
-    constexpr const char* k_names[] = {marked("report", "verified"), marked("report", "copied"),
-                                       marked("report", "skipped"), marked("report", "failed")};
-    return k_names[static_cast<int>(outcome)];
-}
+inline constexpr size_t k_outcome_count = 4;
 
 struct FileResult {
     std::string path;

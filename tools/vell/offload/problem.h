@@ -10,22 +10,23 @@ namespace tool {
 
 enum class ProblemKind : uint8_t {
     none,
-    system,           ///< `error` says it all
-    exception,        ///< `detail` says it all: out of memory, no more threads
-    interrupted,      ///< the job was cancelled
-    unreadable,       ///< `error`
-    unreadable_at,    ///< `error`; first: byte
-    ended_early,      ///< first: byte
-    grew,             ///< the source, while it was copied
-    shrank,           ///< the same
-    changed,          ///< the same
-    not_regular,      ///< the file to read
-    other_kind,       ///< at the destination; `mode`: what it is
-    other_size,       ///< at the destination; first: its bytes, second: the source's
-    other_content,    ///< at the destination; first: byte
-    read_back,        ///< data read back differs; first: byte, second: end
-    name_taken,       ///< a file with that name appeared during the copy
-    folder_unsynced,  ///< `error`
+    system,              ///< `error` says it all
+    exception,           ///< `detail` says it all: out of memory, no more threads
+    interrupted,         ///< the job was cancelled
+    unreadable,          ///< `error`
+    unreadable_at,       ///< `error`; first: byte
+    ended_early,         ///< first: byte
+    grew,                ///< the source, while it was copied
+    shrank,              ///< the same
+    changed,             ///< the same
+    not_regular,         ///< the file to read
+    other_kind,          ///< at the destination; `mode`: what it is
+    other_size,          ///< at the destination; first: its bytes, second: the source's
+    other_content,       ///< at the destination; first: byte
+    read_back,           ///< data read back differs; first: byte, second: end
+    name_taken,          ///< a file with that name appeared during the copy
+    folder_unsynced,     ///< `error`
+    journal_damaged,     ///< first: lines that do not count
     journal_unwritable,  ///< `error`
     journal_unusable,    ///< `error`; `detail`: path of the journal
     destination_in_use,  ///< by another offload

@@ -17,6 +17,13 @@ namespace {
 constexpr double k_megabyte = 1e6;
 constexpr Outcome k_outcomes[] = {Outcome::verified, Outcome::copied, Outcome::skipped, Outcome::failed};
 
+/// The word for it in JSON; what people read is tr("report", word_for(outcome)).
+const char* word_for(Outcome outcome) {
+    constexpr const char* k_names[] = {marked("report", "verified"), marked("report", "copied"),
+                                       marked("report", "skipped"), marked("report", "failed")};
+    return k_names[static_cast<int>(outcome)];
+}
+
 std::string json_number(double value) {
     char text[32];
     std::snprintf(text, sizeof text, "%.3f", value);
@@ -62,19 +69,18 @@ std::string dropped_text(const Destination& destination) {
     return formatted(tr("report", "dropped: %s"), problem_text(destination.drop_reason()).c_str());
 }
 
-Screen::Style style_of(const OffloadOptions& options) {
-    if (options.is_json) return Screen::Style::repeated;
-    return options.is_quiet ? Screen::Style::none : Screen::style_for_terminal();
+Screen::Style style_of(const OffloadCommand& command) {
+    if (command.is_json) return Screen::Style::repeated;
+    return command.is_quiet ? Screen::Style::none : Screen::style_for_terminal();
 }
 
 }  // namespace
 
-OffloadReport::OffloadReport(const OffloadOptions& options, const OffloadPlan& plan)
-    : options_(options),
+OffloadReport::OffloadReport(const OffloadCommand& command, const OffloadPlan& plan)
+    : command_(command),
       plan_(plan),
       start_(std::chrono::steady_clock::now()),
-      counts_(plan.destinations.size()),
-      screen_(style_of(options), [this] { return picture(); }) {}
+      screen_(style_of(command), [this] { return picture(); }) {}
 
 double OffloadReport::seconds() const {
     return std::chrono::duration<double>(std::chrono::steady_clock::now() - start_).count();
@@ -92,33 +98,34 @@ std::string OffloadReport::start_event() const {
     }
     line += "],\"hash\":[";
     separator = "\"";
-    for (const DigestKind kind : options_.digests.kinds()) {
+    for (const DigestKind kind : command_.options.digests.kinds()) {
         line += std::string(separator) + names_of(kind).option + "\"";
         separator = ",\"";
     }
     return line + "]" + json_field("files", plan_.contents.files.size()) + json_field("bytes", bytes) +
-           ",\"verify\":" + (options_.verifies ? "true}" : "false}");
+           ",\"verify\":" + (command_.options.verifies ? "true}" : "false}");
 }
 
 void OffloadReport::start() {
-    if (options_.is_json) screen_.print(stdout, start_event());
+    if (command_.is_json) screen_.print(stdout, start_event());
     screen_.start();
 }
 
 void OffloadReport::left_out(const LeftOut& what) {
-    if (options_.is_json) {
+    if (command_.is_json) {
         screen_.print(stdout, "{\"event\":\"left_out\"," + json_name("path", what.path) +
                                   ",\"reason\":" + json_string(problem_text(what.reason)) +
                                   ",\"failure\":" + (what.is_failure ? "true}" : "false}"));
-    } else if (what.is_failure || !options_.is_quiet) {
+    } else if (what.is_failure || !command_.is_quiet) {
         screen_.print(stderr, word_text(what.is_failure ? tr("report", "failed") : tr("report", "left out")) + "  " +
                                   printable_name(plan_.source.path + (what.path.empty() ? "" : "/") + what.path) +
                                   ": " + problem_text(what.reason));
     }
 }
 
-void OffloadReport::note(const std::string& text) {
-    if (options_.is_json) {
+void OffloadReport::warning(const std::string& path, const Problem& problem) {
+    const std::string text = printable_name(path) + ": " + problem_text(problem);
+    if (command_.is_json) {
         screen_.print(stdout, "{\"event\":\"note\",\"text\":" + json_string(text) + "}");
     } else {
         screen_.print(stderr, "vell: " + text);
@@ -128,7 +135,7 @@ void OffloadReport::note(const std::string& text) {
 std::string OffloadReport::file_event(const Destination& destination, const FileResult& result) const {
     std::string line = "{\"event\":\"file\"," + json_name("destination", destination.path()) + "," +
                        json_name("path", result.path) + json_field("bytes", result.bytes) + ",\"result\":\"" +
-                       name_of(result.outcome) + "\"" + digest_fields(result.digests);
+                       word_for(result.outcome) + "\"" + digest_fields(result.digests);
     if (result.outcome == Outcome::failed) {
         line += ",\"error\":" + json_string(problem_text(result.problem)) +
                 ",\"mismatch\":" + (result.is_mismatch() ? "true" : "false");
@@ -138,26 +145,11 @@ std::string OffloadReport::file_event(const Destination& destination, const File
 
 void OffloadReport::file(size_t index, const FileResult& result) {
     const bool is_failed = result.outcome == Outcome::failed;
-    {
-        const std::lock_guard lock(lock_);
-        DestinationCounts& counts = counts_[index];
-        ++counts.files[static_cast<int>(result.outcome)];
-        counts.mismatches += result.is_mismatch() ? 1U : 0U;
-        counts.seconds = seconds();
-        if (result.outcome == Outcome::verified || result.outcome == Outcome::copied) counts.bytes += result.bytes;
-        for (const DigestKind kind : k_digest_kinds) {
-            const std::string& digest = digest_of(result.digests, kind);
-            const bool is_wanted = options_.digests.has(kind) && !digest.empty();
-            if (!is_failed && (is_wanted || result.is_new)) {
-                counts.listed[static_cast<size_t>(kind)].push_back({digest, result.path, kind});
-            }
-        }
-    }
     const Destination& destination = *plan_.destinations[index];
-    if (options_.is_json) return screen_.print(stdout, file_event(destination, result));
-    const bool has_bars = style_of(options_) == Screen::Style::redrawn;  // they tell of what goes well
-    if (!is_failed && (has_bars || options_.is_quiet)) return;
-    const std::string word = word_text(tr("report", name_of(result.outcome)));
+    if (command_.is_json) return screen_.print(stdout, file_event(destination, result));
+    const bool has_bars = style_of(command_) == Screen::Style::redrawn;  // they tell of what goes well
+    if (!is_failed && (has_bars || command_.is_quiet)) return;
+    const std::string word = word_text(tr("report", word_for(result.outcome)));
     screen_.print(is_failed ? stderr : stdout,
                   (has_bars && may_colour() ? "\033[31m" + word + "\033[0m  " : word + "  ") +
                       printable_name(destination.path_of(result.path)) +
@@ -186,27 +178,25 @@ std::string OffloadReport::bar_line(const Destination& destination) const {
 std::vector<std::string> OffloadReport::picture() {
     std::vector<std::string> lines;
     for (const auto& destination : plan_.destinations)
-        lines.push_back(options_.is_json ? progress_event(*destination) : bar_line(*destination));
-    if (options_.is_json) return lines;
+        lines.push_back(command_.is_json ? progress_event(*destination) : bar_line(*destination));
+    if (command_.is_json) return lines;
     const std::lock_guard lock(lock_);
     lines.push_back(fitted(printable_name(current_), Screen::columns()));
     return lines;
 }
 
-void OffloadReport::summarise(size_t index) {
-    const DestinationCounts& counts = counts_[index];
-    const Destination& destination = *plan_.destinations[index];
+void OffloadReport::summarise(const Destination& destination, const DestinationCounts& counts) {
     const double rate = counts.seconds > 0 ? static_cast<double>(counts.bytes) / counts.seconds / k_megabyte : 0;
-    if (options_.is_json) {
+    if (command_.is_json) {
         std::string line = "{\"event\":\"summary\"," + json_name("destination", destination.path());
         for (const Outcome outcome : k_outcomes)
-            line += json_field(name_of(outcome), counts.of(outcome));
+            line += json_field(word_for(outcome), counts.of(outcome));
         line += json_field("bytes", counts.bytes) + ",\"seconds\":" + json_number(counts.seconds) +
                 ",\"mb_per_s\":" + json_number(rate);
         if (destination.is_dropped()) line += ",\"dropped\":" + json_string(problem_text(destination.drop_reason()));
         return screen_.print(stdout, line + "}");
     }
-    if (options_.is_quiet && !destination.is_dropped()) return;
+    if (command_.is_quiet && !destination.is_dropped()) return;
     std::string line = printable_name(destination.path()) + ": ";
     for (const Outcome outcome : k_outcomes) {
         if (counts.of(outcome) == 0) continue;
@@ -218,14 +208,14 @@ void OffloadReport::summarise(size_t index) {
     screen_.print(destination.is_dropped() ? stderr : stdout, line);
 }
 
-void OffloadReport::finish(bool is_interrupted, int exit_code) {
+void OffloadReport::finish(const OffloadResult& result, int exit_code) {
     screen_.stop();
-    for (size_t i = 0; i < counts_.size(); ++i)
-        summarise(i);
-    if (options_.is_json) {
+    for (size_t i = 0; i < result.destinations.size(); ++i)
+        summarise(*plan_.destinations[i], result.destinations[i]);
+    if (command_.is_json) {
         screen_.print(stdout, "{\"event\":\"end\",\"exit_code\":" + std::to_string(exit_code) +
-                                  ",\"interrupted\":" + (is_interrupted ? "true}" : "false}"));
-    } else if (is_interrupted) {
+                                  ",\"interrupted\":" + (result.is_cancelled ? "true}" : "false}"));
+    } else if (result.is_cancelled) {
         screen_.print(stderr, std::string("vell: ") + tr("report", "interrupted; the same command goes on from here"));
     }
 }

@@ -3,7 +3,6 @@
 #include <sys/stat.h>
 
 #include "offload/journal.h"
-#include "offload/offload.h"
 #include "ui/byte_size.h"
 #include "ui/error_text.h"
 #include "ui/file_names.h"
@@ -63,6 +62,10 @@ std::string folder_problem_text(const Problem& problem) {
     switch (problem.kind) {
         case ProblemKind::folder_unsynced:
             return formatted(tr("problem", "its folder cannot be written to disk: %s"), error.c_str());
+        case ProblemKind::journal_damaged:
+            return formatted(
+                tr("problem", "%llu damaged or foreign lines do not count; what they told of is proven again"),
+                number(problem.first));
         case ProblemKind::journal_unwritable:
             return formatted(tr("problem", "%s cannot be written: %s"), k_journal_name, error.c_str());
         case ProblemKind::journal_unusable:

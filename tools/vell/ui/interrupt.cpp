@@ -1,13 +1,11 @@
-#include "offload/interrupt.h"
+#include "ui/interrupt.h"
 
-#include <atomic>
 #include <csignal>
 
 namespace tool {
 namespace {
 
-std::atomic<bool> signal_came{false};
-static_assert(std::atomic<bool>::is_always_lock_free, "a signal handler writes it");
+CancelFlag signal_came{false};
 
 void remember(int) {
     signal_came.store(true, std::memory_order_relaxed);
@@ -30,6 +28,10 @@ void catch_interrupts() {
 
 bool is_interrupted() {
     return signal_came.load(std::memory_order_relaxed);
+}
+
+const CancelFlag& interrupt_flag() {
+    return signal_came;
 }
 
 void set_interrupted(bool is_interrupted) {
