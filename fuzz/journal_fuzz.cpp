@@ -7,7 +7,7 @@
 #include <cstdlib>
 #include <string>
 
-#include "ui/file_names.h"
+#include "offload/escaped_names.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
 

@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <random>
 
+#include "cli/digest_option.h"
 #include "offload/digest.h"
+#include "offload/escaped_names.h"
 #include "offload/folder_walk.h"
 #include "offload/journal.h"
 #include "offload/sum_list.h"

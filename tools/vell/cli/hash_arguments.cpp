@@ -3,6 +3,7 @@
 #include <memory>
 
 #include "cli/arguments.h"
+#include "cli/digest_option.h"
 #include "commands/hash_files.h"
 #include "ui/translation.h"
 

@@ -24,6 +24,7 @@
 #include "offload/parallel.h"
 #include "offload/sum_list.h"
 #include "offload/whole_file.h"
+#include "offload/escaped_names.h"
 #include "ui/error_text.h"
 #include "ui/file_names.h"
 #include "ui/interrupt.h"

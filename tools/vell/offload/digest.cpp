@@ -6,10 +6,9 @@
 #include <climits>
 #include <cstdio>
 #include <cstring>
+#include <stdexcept>
 #include <variant>
 
-#include "ui/failure.h"
-#include "ui/translation.h"
 #include "vellcore/hash_functions.h"
 
 namespace tool {
@@ -53,7 +52,7 @@ struct Sha1 {
     Sha1() { vl_SHA1Reset(&state); }
     void add(const unsigned char* data, int bytes) { vl_SHA1Input(&state, data, static_cast<unsigned>(bytes)); }
     std::string finish() {
-        if (vl_SHA1Result(&state) == 0) throw Failure{k_exit_other, tr("problem", "a message too long for SHA-1")};
+        if (vl_SHA1Result(&state) == 0) throw std::length_error("the file is too long for SHA-1");
         std::string text;
         for (const unsigned word : state.Intermediate_Hash) {
             char digits[9];
@@ -131,25 +130,6 @@ DigestSet digest_set(std::initializer_list<DigestKind> kinds) {
     for (const DigestKind kind : kinds)
         set.add(kind);
     return set;
-}
-
-DigestSet parse_digest_set(const std::vector<std::string>& values, DigestSet otherwise) {
-    DigestSet set;
-    for (const std::string& value : values) {
-        for (size_t from = 0; from <= value.size();) {
-            const size_t comma = std::min(value.find(',', from), value.size());
-            const std::string name = value.substr(from, comma - from);
-            const auto kind = digest_kind_named(name);
-            if (!kind) {
-                throw Failure{k_exit_command_line,
-                              formatted(tr("problem", "--hash: '%s' is none of md5, sha1, xxh64, xxh3 and xxh128"),
-                                        name.c_str())};
-            }
-            set.add(*kind);
-            from = comma + 1;
-        }
-    }
-    return set.is_empty() ? otherwise : set;
 }
 
 bool has_digests(const Digests& digests, const DigestSet& kinds) {

@@ -40,9 +40,6 @@ private:
     unsigned bits_ = 0;
 };
 
-/// Reads the values of --hash: names, several with commas between. No values: `otherwise`.
-/// Throws Failure for a name that is none.
-[[nodiscard]] DigestSet parse_digest_set(const std::vector<std::string>& values, DigestSet otherwise);
 [[nodiscard]] DigestSet digest_set(std::initializer_list<DigestKind> kinds);
 
 /// Digests of one file, as lower-case hexadecimal text; empty where one is not known.

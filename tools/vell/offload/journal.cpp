@@ -4,7 +4,7 @@
 #include <optional>
 #include <vector>
 
-#include "ui/file_names.h"
+#include "offload/escaped_names.h"
 
 namespace tool {
 namespace {

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <map>
 
-#include "ui/file_names.h"
+#include "offload/escaped_names.h"
 
 namespace tool {
 namespace {

@@ -46,19 +46,6 @@ std::string hexadecimal_escape(unsigned char byte) {
     return text;
 }
 
-std::string escaped_byte(char byte) {
-    switch (byte) {
-        case '\n':
-            return "\\n";
-        case '\r':
-            return "\\r";
-        case '\\':
-            return "\\\\";
-        default:
-            return hexadecimal_escape(static_cast<unsigned char>(byte));
-    }
-}
-
 }  // namespace
 
 std::string printable_name(std::string_view name) {
@@ -79,7 +66,7 @@ std::string json_string(std::string_view name, bool* is_exact) {
             continue;
         }
         if (!is_shown(name.substr(at, character.bytes))) {
-            char escape[16];
+            char escape[16];  // the library escapes none above U+FFFF
             std::snprintf(escape, sizeof escape, "\\u%04x", character.code);
             text += escape;
         } else {
@@ -100,54 +87,6 @@ std::string json_name(std::string_view key, std::string_view name) {
     for (const char byte : name)
         text += hexadecimal_escape(static_cast<unsigned char>(byte)).substr(2);
     return text + "\"";
-}
-
-std::string escape_name(std::string_view name) {
-    std::string text;
-    for (const char byte : name) {
-        if (byte == '\\' || byte == '\n' || byte == '\r') {
-            text += escaped_byte(byte);
-        } else {
-            text += byte;
-        }
-    }
-    return text;
-}
-
-std::optional<std::string> unescape_name(std::string_view text) {
-    std::string name;
-    for (size_t at = 0; at < text.size(); ++at) {
-        if (text[at] != '\\') {
-            name += text[at];
-            continue;
-        }
-        if (++at == text.size()) return std::nullopt;
-        switch (text[at]) {
-            case '\\':
-                name += '\\';
-                break;
-            case 'n':
-                name += '\n';
-                break;
-            case 'r':
-                name += '\r';
-                break;
-            default:
-                return std::nullopt;
-        }
-    }
-    return name;
-}
-
-bool is_inside_path(std::string_view path) {
-    if (path.empty() || path.find('\0') != std::string_view::npos) return false;
-    for (size_t from = 0; from <= path.size();) {
-        const size_t end = std::min(path.find('/', from), path.size());
-        const std::string_view part = path.substr(from, end - from);
-        if (part.empty() || part == "." || part == "..") return false;
-        from = end + 1;
-    }
-    return true;
 }
 
 }  // namespace tool

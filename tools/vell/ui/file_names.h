@@ -1,7 +1,6 @@
-// Names are bytes. This is how they are shown, and how text formats carry them.
+// Names are bytes. This is how they are shown, and how JSON carries them.
 #pragma once
 
-#include <optional>
 #include <string>
 #include <string_view>
 
@@ -17,13 +16,5 @@ namespace tool {
 
 /// "name":"...", and "name_hex":"..." with all bytes when the text alone would not give them back.
 [[nodiscard]] std::string json_name(std::string_view key, std::string_view name);
-
-/// As md5sum writes names with newlines: backslash, newline and carriage return as \\, \n and \r.
-[[nodiscard]] std::string escape_name(std::string_view name);
-/// Undoes it. Nothing for a backslash that is followed by something else.
-[[nodiscard]] std::optional<std::string> unescape_name(std::string_view text);
-
-/// True for a relative path that stays inside its folder: no empty part, no "." and "..", no zero byte.
-[[nodiscard]] bool is_inside_path(std::string_view path);
 
 }  // namespace tool
