@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-#include "y4m_format.h"
+#include "clip/y4m_format.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
 

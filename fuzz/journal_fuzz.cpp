@@ -1,13 +1,13 @@
 // Journals: whatever stands in one, no path leads outside, and what counts survives being written and read again.
 
-#include "journal.h"
+#include "offload/journal.h"
 
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
 #include <string>
 
-#include "file_names.h"
+#include "offload/escaped_names.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
 

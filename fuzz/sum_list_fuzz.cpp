@@ -1,6 +1,6 @@
 // Lists of digests: every line that is understood survives being written and read again, and merging keeps it.
 
-#include "sum_list.h"
+#include "offload/sum_list.h"
 
 #include <cstddef>
 #include <cstdint>

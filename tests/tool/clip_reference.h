@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "y4m_format.h"
+#include "clip/y4m_format.h"
 
 /// Samples of one frame, plane after plane, whatever their size in the file.
 using Samples = std::vector<uint32_t>;

@@ -8,10 +8,11 @@
 #include <csignal>
 #include <functional>
 
-#include "disk_calls.h"
-#include "interrupt.h"
-#include "offload.h"
+#include "commands/offload.h"
+#include "offload/disk_calls.h"
 #include "offload_card.h"
+#include "ui/failure.h"
+#include "ui/interrupt.h"
 
 namespace {
 
@@ -94,16 +95,17 @@ protected:
         set_interrupted(false);
     }
     int run(const std::vector<std::string>& names, const std::function<void(OffloadOptions&)>& change = nullptr) {
-        OffloadOptions options;
+        OffloadCommand command;
+        OffloadOptions& options = command.options;
         options.source = folder / "card";
         for (const std::string& name : names)
             options.destinations.push_back(folder / name);
-        options.is_quiet = true;
+        command.is_quiet = true;
         if (change) change(options);
         testing::internal::CaptureStderr();
         int code = -1;
         try {
-            code = offload(options);
+            code = offload(command);
         } catch (const Failure& failure) {
             code = failure.code;
             errors = failure.message;

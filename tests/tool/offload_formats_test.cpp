@@ -3,13 +3,15 @@
 #include <algorithm>
 #include <random>
 
-#include "digest.h"
-#include "failure.h"
-#include "file_names.h"
-#include "folder_walk.h"
-#include "journal.h"
-#include "screen.h"
-#include "sum_list.h"
+#include "cli/digest_option.h"
+#include "offload/digest.h"
+#include "offload/escaped_names.h"
+#include "offload/folder_walk.h"
+#include "offload/journal.h"
+#include "offload/sum_list.h"
+#include "ui/failure.h"
+#include "ui/file_names.h"
+#include "ui/screen.h"
 
 namespace {
 

@@ -1,6 +1,6 @@
 // Kernels against their definition, for formats, odd sizes and any number of shares.
 
-#include "pixel_kernels.h"
+#include "clip/pixel_kernels.h"
 
 #include <cstring>
 

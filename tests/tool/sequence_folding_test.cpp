@@ -1,6 +1,6 @@
 // Which names become a sequence, and how it is written.
 
-#include "sequence_folding.h"
+#include "commands/sequence_folding.h"
 
 #include <algorithm>
 #include <random>

@@ -9,7 +9,7 @@
 #include <mutex>
 #include <thread>
 
-#include "digest.h"
+#include "offload/digest.h"
 #include "run_vell.h"
 #include "support/lying_server.h"
 #include "support/nginx_server.h"

@@ -8,11 +8,11 @@
 #include <filesystem>
 #include <utility>
 
-#include "format_directives.h"
 #include "run_vell.h"
-#include "screen.h"
-#include "text_columns.h"
-#include "translation.h"
+#include "ui/format_directives.h"
+#include "ui/screen.h"
+#include "ui/text_columns.h"
+#include "ui/translation.h"
 
 namespace {
 

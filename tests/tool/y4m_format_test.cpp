@@ -1,8 +1,8 @@
 // Clip headers and sizes as text.
 
-#include "y4m_format.h"
+#include "clip/y4m_format.h"
 
-#include "byte_size.h"
+#include "ui/byte_size.h"
 
 namespace {
 
