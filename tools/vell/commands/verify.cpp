@@ -18,13 +18,13 @@
 #include <vector>
 
 #include "offload/destination.h"
+#include "offload/escaped_names.h"
 #include "offload/file_digests.h"
 #include "offload/folder_walk.h"
 #include "offload/journal.h"
 #include "offload/parallel.h"
 #include "offload/sum_list.h"
 #include "offload/whole_file.h"
-#include "offload/escaped_names.h"
 #include "ui/error_text.h"
 #include "ui/file_names.h"
 #include "ui/interrupt.h"
